@@ -1,0 +1,16 @@
+/* The platform as the daemon sees it: one header a family, all of them here. */
+#ifndef VLK_PLATFORM_H
+#define VLK_PLATFORM_H
+
+#include "at_parse.h"
+#include "bounded.h"
+#include "k7_at_proxy.h"
+#include "qep_msg.h"
+#include "qep_notify.h"
+#include "qep_trace.h"
+#include "qep_util.h"
+#include "text_helpers.h"
+#include "vlk_msgq.h"
+#include "vlk_task.h"
+
+#endif
