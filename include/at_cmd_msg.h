@@ -85,7 +85,6 @@ AT_LAYOUT(offsetof(struct at_cmd_msg, multi_line) == 20);
 AT_LAYOUT(offsetof(struct at_cmd_msg, timeout) == 24);
 AT_LAYOUT(offsetof(struct at_cmd_msg, at_match_str) == 28);
 AT_LAYOUT(offsetof(struct at_cmd_msg, snd_rcv_msg) == 92);
-AT_LAYOUT(sizeof(((struct at_cmd_msg *)0)->snd_rcv_msg) == 1540);
 AT_LAYOUT(offsetof(struct at_cmd_msg, snd_rcv_msg.rmsg) == 92);
 AT_LAYOUT(offsetof(struct at_cmd_msg, snd_rcv_msg.ret_val) == 1592);
 AT_LAYOUT(offsetof(struct at_cmd_msg, snd_rcv_msg.rsp_len) == 1596);

@@ -1,0 +1,58 @@
+// Waiting on a word of shared memory. For the event page; any process that maps it, any thread.
+#ifndef VLK_FUTEX_WORD_H
+#define VLK_FUTEX_WORD_H
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cstdint>
+#include <ctime>
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+inline constexpr int64_t NO_DEADLINE = -1;
+
+/// Nanoseconds of the monotonic clock, the clock of every deadline.
+inline int64_t monotonic_ns()
+{
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
+}
+
+/// The deadline that many milliseconds from now; a negative number of them is no limit.
+inline int64_t deadline_after(int32_t wait_ms)
+{
+    return wait_ms < 0 ? NO_DEADLINE : monotonic_ns() + int64_t{wait_ms} * 1'000'000;
+}
+
+/// Sleeps while the word holds `expected`, until it is woken or the deadline passes. May return early: look at the
+/// word again. False when the deadline has passed.
+inline bool futex_wait(const std::atomic<uint32_t> &word, uint32_t expected, int64_t deadline)
+{
+    struct {
+        long seconds; // as the system call wants them, whatever the width of time_t
+        long nanoseconds;
+    } const until{static_cast<long>(deadline / 1'000'000'000), static_cast<long>(deadline % 1'000'000'000)};
+
+    const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET, expected,
+                                deadline == NO_DEADLINE ? nullptr : &until, nullptr, FUTEX_BITSET_MATCH_ANY);
+    return result == 0 || errno != ETIMEDOUT;
+}
+
+/// Wakes everybody who waits on the word. Everybody, because a process that has no business there may wait too.
+inline void futex_wake(const std::atomic<uint32_t> &word)
+{
+    syscall(SYS_futex, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+}
+
+/// Counts one more on the word and wakes everybody who waits on it.
+inline void futex_count(std::atomic<uint32_t> &word)
+{
+    word.fetch_add(1, std::memory_order_release);
+    futex_wake(word);
+}
+
+#endif

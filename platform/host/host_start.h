@@ -1,0 +1,30 @@
+// Start of the daemon on a Linux host: arguments, settings, the claim on its IPC base, the event page.
+#ifndef VLK_HOST_START_H
+#define VLK_HOST_START_H
+
+#include <cstddef>
+
+#include "host_config.h"
+#include "host_wire.h"
+
+/// Everything above, in this order and before any queue is touched. Prints one line and ends the process when
+/// something fails (exit codes: sysexits.h). Main thread, once, before any other thread.
+void host_start();
+
+/// Ends the process with exit_code after the line "vorlink: MESSAGE" on standard error.
+[[noreturn]] void host_fail(int exit_code, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+/// The settings: defaults until they are read, then constant. Any thread.
+const host_config &host_settings();
+
+/// Reads the settings from the environment (host_start does). 0, or -1 and a message in error.
+int host_load_settings(char *error, size_t error_size);
+
+/// The event page. Until host_start has mapped the shared one it is a page of this process alone. Any thread.
+host_page *host_event_page();
+
+/// Maps the shared page of the settings' folder, which must exist, and takes its lock (host_start does). The process
+/// ends when that fails.
+void host_open_event_page();
+
+#endif

@@ -1,0 +1,163 @@
+#include "msgq_plain.h"
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <new>
+
+#include "vlk_msgq.h"
+
+namespace
+{
+
+constexpr int32_t QUEUES = 8;                      ///< at one time
+constexpr int32_t ID_LIMIT = INT32_MAX - QUEUES;   ///< ids start again before it
+constexpr uint32_t QUEUE_BYTES_MAX = 1024 * 1024U; ///< of one queue
+
+/// A ring of fixed slots, each as long as the longest record. Its memory is taken once.
+struct plain_queue {
+    std::mutex lock; ///< of everything below
+    std::condition_variable filled;
+    int32_t id = -1; ///< -1: not in use
+    uint32_t key = 0;
+    uint32_t capacity = 0;
+    uint32_t record_size = 0;
+    uint32_t first = 0; ///< slot of the oldest record
+    uint32_t count = 0;
+    std::unique_ptr<uint32_t[]> lengths;
+    std::unique_ptr<uint8_t[]> records;
+
+    uint8_t *slot(uint32_t index) { return records.get() + size_t{index} * record_size; }
+
+    void push(const void *record, uint32_t size)
+    {
+        const uint32_t index = (first + count) % capacity;
+        memcpy(slot(index), record, size);
+        lengths[index] = size;
+        ++count;
+    }
+
+    uint32_t pop(void *record, uint32_t size)
+    {
+        const uint32_t length = std::min(lengths[first], size);
+        memcpy(record, slot(first), length);
+        first = (first + 1) % capacity;
+        --count;
+        return length;
+    }
+};
+
+std::array<plain_queue, QUEUES> queues;
+
+/// The slot in which a queue of this id is, if it is anywhere; nullptr for an impossible id. An id is never used for
+/// two queues in a row, so whoever holds the id of a deleted queue is refused.
+plain_queue *slot_of(int32_t id)
+{
+    return id < 0 ? nullptr : &queues[static_cast<size_t>(id % QUEUES)];
+}
+
+int32_t next_id(size_t index)
+{
+    static std::array<int32_t, QUEUES> used{};
+    used[index] = used[index] >= ID_LIMIT / QUEUES ? 1 : used[index] + 1;
+    return used[index] * QUEUES + static_cast<int32_t>(index);
+}
+
+} // namespace
+
+int32_t plain_queue_id(uint32_t key)
+{
+    for (plain_queue &queue : queues) {
+        const std::lock_guard guard(queue.lock);
+        if (queue.id >= 0 && queue.key == key)
+            return queue.id;
+    }
+    return -1;
+}
+
+int32_t VLK_msgQ_create(uint32_t key, uint32_t capacity, uint32_t record_size)
+{
+    if (capacity == 0 || record_size == 0 || uint64_t{capacity} * record_size > QUEUE_BYTES_MAX)
+        return -1;
+    static std::mutex creating; // one at a time: a key has one queue
+    const std::lock_guard one(creating);
+    if (plain_queue_id(key) >= 0)
+        return -1;
+
+    for (size_t index = 0; index < queues.size(); ++index) {
+        plain_queue &queue = queues[index];
+        const std::lock_guard guard(queue.lock);
+        if (queue.id >= 0)
+            continue;
+        queue.lengths.reset(new (std::nothrow) uint32_t[capacity]);
+        queue.records.reset(new (std::nothrow) uint8_t[size_t{capacity} * record_size]);
+        if (queue.lengths == nullptr || queue.records == nullptr)
+            return -1;
+        queue.key = key;
+        queue.capacity = capacity;
+        queue.record_size = record_size;
+        queue.first = 0;
+        queue.count = 0;
+        queue.id = next_id(index);
+        return queue.id;
+    }
+    return -1;
+}
+
+int VLK_msgQ_delete(int32_t id)
+{
+    plain_queue *const queue = slot_of(id);
+    if (queue == nullptr)
+        return -1;
+    const std::lock_guard guard(queue->lock);
+    if (queue->id != id)
+        return -1;
+    queue->id = -1;
+    queue->lengths.reset();
+    queue->records.reset();
+    queue->filled.notify_all(); // whoever waits is refused
+    return 0;
+}
+
+int32_t VLK_msgQ_num(int32_t id)
+{
+    plain_queue *const queue = slot_of(id);
+    if (queue == nullptr)
+        return -1;
+    const std::lock_guard guard(queue->lock);
+    return queue->id == id ? static_cast<int32_t>(queue->count) : -1;
+}
+
+int VLK_msgQ_send(int32_t id, const void *record, uint32_t size)
+{
+    plain_queue *const queue = slot_of(id);
+    if (queue == nullptr || record == nullptr)
+        return 0;
+    {
+        const std::lock_guard guard(queue->lock);
+        if (queue->id != id || size > queue->record_size || queue->count == queue->capacity)
+            return 0;
+        queue->push(record, size);
+    }
+    queue->filled.notify_one();
+    return 1;
+}
+
+int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms)
+{
+    plain_queue *const queue = slot_of(id);
+    if (queue == nullptr || record == nullptr)
+        return -1;
+    std::unique_lock guard(queue->lock);
+    const auto something = [&] { return queue->id != id || queue->count > 0; };
+    if (!something() && wait_ms > 0)
+        queue->filled.wait_until(guard, std::chrono::steady_clock::now() + std::chrono::milliseconds(wait_ms),
+                                 something);
+    if (queue->id != id || queue->count == 0)
+        return -1;
+    return static_cast<int>(queue->pop(record, size));
+}

@@ -1,0 +1,10 @@
+// Plain queues, which live in the process: the part of them that the extended queues' source needs.
+#ifndef VLK_MSGQ_PLAIN_H
+#define VLK_MSGQ_PLAIN_H
+
+#include <cstdint>
+
+/// Id of the plain queue with this key, -1 when there is none. Any thread.
+int32_t plain_queue_id(uint32_t key);
+
+#endif

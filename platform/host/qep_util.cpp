@@ -1,0 +1,45 @@
+#include "qep_util.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+
+#include <grp.h>
+#include <sys/stat.h>
+#include <sysexits.h>
+#include <unistd.h>
+
+#include "host_start.h"
+
+int QEP_UTIL_ForceSetPrivileges(const char *)
+{
+    host_start();
+    return 0;
+}
+
+int QEP_UTIL_RemoveAndroidWPerm(const char *path, const char *mode)
+{
+    if (path == nullptr || mode == nullptr)
+        return -1;
+    unsigned bits = 0;
+    const char *const end = mode + strlen(mode);
+    const auto result = std::from_chars(mode, end, bits, 8);
+    if (result.ec != std::errc{} || result.ptr != end || bits > 07777)
+        return -1;
+    return chmod(path, static_cast<mode_t>(bits));
+}
+
+int QEP_UTIL_DropAndroidRootPrivileges(void)
+{
+    const host_config &settings = host_settings();
+    if (geteuid() != 0 || settings.user[0] == '\0' || settings.user_id == 0)
+        return 0;
+    if (initgroups(settings.user, settings.user_group) != 0 || setgid(settings.user_group) != 0 ||
+        setuid(settings.user_id) != 0)
+        host_fail(EX_OSERR,
+                  "cannot become the user \"%s\": %s: unset VLK_USER, or start as root with all capabilities",
+                  settings.user, strerror(errno));
+    if (geteuid() != settings.user_id || getegid() != settings.user_group || setuid(0) == 0)
+        host_fail(EX_OSERR, "still root after becoming the user \"%s\"", settings.user);
+    return 0;
+}

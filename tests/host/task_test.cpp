@@ -1,0 +1,97 @@
+#include <chrono>
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "host_place.h"
+#include "platform.h"
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using monotonic = std::chrono::steady_clock;
+
+struct event_test : testing::Test {
+    host_place place;
+    int32_t task = VLK_task_getid();
+
+    void SetUp() override
+    {
+        host_open_event_page();
+        ASSERT_EQ(VLK_event_init(7), 0);
+    }
+
+    /// The raised bits of the mask, 0 for none within wait_ms.
+    static uint32_t receive(uint32_t mask, int32_t wait_ms)
+    {
+        uint32_t events = 0;
+        return VLK_event_recv(mask, wait_ms, &events) == 0 ? 0 : events;
+    }
+};
+
+TEST_F(event_test, bits_add_up_and_are_taken_once_and_by_mask)
+{
+    for (const uint32_t bits : {1U, 1U, 6U})
+        EXPECT_EQ(VLK_event_send(task, bits), 0);
+    EXPECT_EQ(receive(3, 0), 3U);
+    EXPECT_EQ(receive(3, 0), 0U);
+    EXPECT_EQ(VLK_event_init(3), 0);
+    EXPECT_EQ(receive(7, 0), 4U) << "only the bits of the new mask start clear";
+
+    host_event_page()->events = 0x80000000; // a client may write anything
+    EXPECT_EQ(receive(7, 0), 0U);
+    EXPECT_EQ(VLK_event_send(task + 1, 1), -1) << "another task has no event set";
+    EXPECT_EQ(VLK_event_send(task, 4), -1) << "not in the event set's mask";
+    EXPECT_EQ(receive(8, -1), 0U) << "a bit that cannot come must not hang";
+}
+
+TEST_F(event_test, a_wait_ends_with_its_time_or_with_another_process)
+{
+    const auto start = monotonic::now();
+    EXPECT_EQ(receive(7, 30), 0U);
+    EXPECT_GE(monotonic::now() - start, 30ms);
+    for (const int32_t limit : {-1, 20'000}) {
+        const pid_t client = fork();
+        if (client == 0) {
+            VLK_sleep(20);
+            _exit(VLK_event_send(task, 2));
+        }
+        EXPECT_EQ(receive(7, limit), 2U) << limit;
+        waitpid(client, nullptr, 0);
+    }
+    EXPECT_LT(monotonic::now() - start, 10s);
+}
+
+TEST_F(event_test, a_client_that_cuts_the_page_short_does_not_kill_the_daemon)
+{
+#ifdef UNDER_THREAD_SANITIZER
+    GTEST_SKIP() << "the thread sanitizer cannot handle a signal inside an atomic access";
+#endif
+#ifdef UNDER_EMULATOR
+    GTEST_SKIP() << "qemu-arm 7.2 names a wrong address in SIGBUS: its own, not the program's";
+#endif
+    ASSERT_EQ(truncate((place.folder + "/events").c_str(), 0), 0);
+    EXPECT_EQ(VLK_event_send(task, 2), 0);
+    EXPECT_EQ(receive(7, 0), 2U);
+    EXPECT_EQ(host_event_page()->magic, HOST_PAGE_MAGIC);
+    EXPECT_EQ(host_event_page()->base, place.base);
+    EXPECT_EQ(host_event_page()->pid, getpid());
+}
+
+TEST(access_mode, takes_octal_text_only)
+{
+    const host_place place;
+    const char *const path = place.folder.c_str();
+    EXPECT_EQ(QEP_UTIL_RemoveAndroidWPerm(path, "740"), 0);
+    for (const char *mode : {"", "8", "64x", "-1", "0x1", " 777", "10000", "77777777777777"})
+        EXPECT_EQ(QEP_UTIL_RemoveAndroidWPerm(path, mode), -1) << mode;
+    struct stat state = {};
+    ASSERT_EQ(stat(path, &state), 0);
+    EXPECT_EQ(state.st_mode & 07777U, 0740U);
+    EXPECT_EQ(QEP_UTIL_RemoveAndroidWPerm("/nowhere", "640"), -1);
+}
+
+} // namespace
