@@ -1,0 +1,21 @@
+// The modem-data queue: the way of modem text from the AT proxy's thread to the main thread.
+#ifndef NAS_DATA_QUEUE_H
+#define NAS_DATA_QUEUE_H
+
+#include <cstddef>
+#include <cstdint>
+
+inline constexpr uint32_t NAS_DATA_MAX = 1499; ///< bytes of modem text in one record
+
+/// One delivery of the AT proxy.
+struct nas_data_rec {
+    char data[1500]; ///< as delivered, then zeros, at least one
+    uint16_t length; ///< valid bytes in data, at most NAS_DATA_MAX
+};
+static_assert(sizeof(nas_data_rec) == 1502 && offsetof(nas_data_rec, length) == 1500);
+
+/// Queues a copy of length bytes and announces it to the main thread. Returns 1, or 0 when the data is null or too
+/// long, or the queue refuses it; the text is lost then. AT proxy's thread.
+int vlk_queue_nas_data(const char *data, uint32_t length);
+
+#endif

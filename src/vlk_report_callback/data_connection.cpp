@@ -1,0 +1,208 @@
+// The packet-data connection: traffic, contexts that come up and go down.
+
+#include <algorithm>
+
+#include "payloads.h"
+#include "qep_msg.h"
+#include "qep_notify.h"
+#include "report_callbacks.h"
+#include "report_fields.h"
+#include "report_targets.h"
+#include "report_trace.h"
+
+namespace
+{
+
+constexpr uint32_t REPORTS_PER_STATISTICS = 10;
+constexpr int32_t NDISSTAT_CID = 1; // the one context that ^NDISSTAT is about
+constexpr int32_t STAT_DISCONNECTED = 0;
+constexpr int32_t STAT_CONNECTED = 1;
+constexpr int32_t NO_CAUSE = -1;
+
+uint32_t g_dsflowReportCount = 0; // calls since the last message to "cms"
+dsflow_stats g_dsflowStats = {};
+
+constexpr named_member<dsflow_record, uint32_t> DSFLOW_WORDS[] = {
+    {"curr_ds_time", &dsflow_record::curr_ds_time}, {"tx_rate", &dsflow_record::tx_rate},
+    {"rx_rate", &dsflow_record::rx_rate},           {"qos_tx_rate", &dsflow_record::qos_tx_rate},
+    {"qos_rx_rate", &dsflow_record::qos_rx_rate},
+};
+
+constexpr named_member<dsflow_record, uint64_t> DSFLOW_TOTALS[] = {
+    {"curr_tx_flow", &dsflow_record::curr_tx_flow},
+    {"curr_rx_flow", &dsflow_record::curr_rx_flow},
+};
+
+/// Stores a hexadecimal value; of a rate or a time the low 32 bits.
+void store_flow_value(const at_field &field, dsflow_record &record)
+{
+    const auto word = member_of(DSFLOW_WORDS, field);
+    const auto total = member_of(DSFLOW_TOTALS, field);
+    if (word != nullptr)
+        record.*word = static_cast<uint32_t>(hex_str_to_uinteger(field.AtFieldValue));
+    else if (total != nullptr)
+        record.*total = hex_str_to_uinteger(field.AtFieldValue);
+}
+
+void add_to_statistics(const dsflow_record &record)
+{
+    g_dsflowStats.peak_tx_rate = std::max(g_dsflowStats.peak_tx_rate, record.tx_rate);
+    g_dsflowStats.peak_rx_rate = std::max(g_dsflowStats.peak_rx_rate, record.rx_rate);
+    g_dsflowStats.curr_tx_flow = record.curr_tx_flow;
+    g_dsflowStats.curr_rx_flow = record.curr_rx_flow;
+}
+
+bool is_ipv6(const char *pdp_type)
+{
+    return safe_strcmp(pdp_type, "IPV6") == 0;
+}
+
+void tell_connected(int32_t cid, const char *pdp_type)
+{
+    const connection_message message = {.cid = cid, .cause = NO_CAUSE};
+    const uint32_t type = is_ipv6(pdp_type) ? MSG_CONNECTED_IPV6 : MSG_CONNECTED;
+    QEP_MSG_SendMsgData(BUS_DIALUP, type, &message, sizeof message);
+}
+
+void tell_disconnected(int32_t cid, int32_t cause, const char *pdp_type)
+{
+    const connection_message message = {.cid = cid, .cause = cause};
+    const uint32_t type = is_ipv6(pdp_type) ? MSG_DISCONNECTED_IPV6 : MSG_DISCONNECTED;
+    QEP_MSG_SendMsgData(BUS_DIALUP, type, &message, sizeof message);
+}
+
+} // namespace
+
+void dsflow_report_callback(char *line, int32_t)
+{
+    ++g_dsflowReportCount;
+    if (line == nullptr)
+        return;
+    dsflow_record record{};
+    report_fields fields("^DSFLOWRPT", line);
+    if (fields.status() != 0) {
+        trace(ERROR, "dsflow_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
+        return;
+    }
+    for (const at_field &field : fields)
+        store_flow_value(field, record);
+    fields.release();
+    add_to_statistics(record);
+    VLK_post_notify_ex(RUT_MDL_STATISTICS, EVT_FLOW, &record, sizeof record, 0, 0);
+    trace(DETAIL, "%s report ds flow to lpm...\n", __func__);
+    const dsflow_rates rates = {.tx_rate = record.tx_rate, .rx_rate = record.rx_rate};
+    QEP_MSG_SendMsgData(BUS_LPM, MSG_FLOW_RATES, &rates, sizeof rates);
+    if (g_dsflowReportCount % REPORTS_PER_STATISTICS == 0) {
+        g_dsflowReportCount = 0;
+        QEP_MSG_SendMsgData(BUS_CMS, MSG_FLOW_STATISTICS, &g_dsflowStats, sizeof g_dsflowStats);
+        wipe(g_dsflowStats);
+    }
+}
+
+void dconn_report_callback(char *line, int32_t)
+{
+    char cid[10] = {};
+    char pdp_type[10] = {};
+    trace(PROGRESS, "[dconn_report_callback] enter!\n");
+    report_fields fields("^DCONN", line);
+    if (fields.status() != 0) {
+        trace(ERROR, "dconn_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
+        return;
+    }
+    for (const at_field &field : fields) {
+        if (is_named(field, "cid"))
+            copy_whole(cid, field.AtFieldValue);
+        else if (is_named(field, "pdp_type"))
+            copy_whole(pdp_type, field.AtFieldValue);
+    }
+    fields.release();
+    tell_connected(to_int(cid), pdp_type);
+}
+
+void dend_report_callback(char *line, int32_t)
+{
+    char cid[10] = {};
+    char pdp_type[10] = {};
+    trace(PROGRESS, "[dend_report_callback] enter!\n");
+    report_fields fields("^DEND", line);
+    if (fields.status() != 0) {
+        trace(PROGRESS, "dend_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
+        return;
+    }
+    for (const at_field &field : fields) {
+        if (is_named(field, "cid"))
+            copy_whole(cid, field.AtFieldValue);
+        else if (is_named(field, "pdp_type"))
+            copy_whole(pdp_type, field.AtFieldValue);
+    }
+    fields.release();
+    tell_disconnected(to_int(cid), NO_CAUSE, pdp_type);
+}
+
+void ndisstat_report_callback(char *line, int32_t)
+{
+    char pdp_type[10] = {};
+    char stat_text[10] = {};
+    char err_code[10] = {};
+    trace(PROGRESS, "[ndisstat_report_callback] enter!\n");
+    report_fields fields("^NDISSTAT", line);
+    if (fields.status() != 0) {
+        trace(ERROR, "ndisstat_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
+        return;
+    }
+    for (const at_field &field : fields) {
+        if (is_named(field, "PDP_type"))
+            copy_whole(pdp_type, field.AtFieldValue);
+        else if (is_named(field, "stat"))
+            copy_whole(stat_text, field.AtFieldValue);
+        else if (is_named(field, "err_code"))
+            copy_whole(err_code, field.AtFieldValue);
+    }
+    fields.release();
+    const int32_t stat = to_int(stat_text);
+    if (stat == STAT_CONNECTED)
+        tell_connected(NDISSTAT_CID, pdp_type);
+    else if (stat == STAT_DISCONNECTED)
+        tell_disconnected(NDISSTAT_CID, to_int(err_code), pdp_type);
+    else
+        trace(PROGRESS, "ndisstat_report_callback rptbuf_stat_dec =[%d]\n", stat);
+}
+
+void ndisstatex_report_callback(char *line, int32_t)
+{
+    char cid[10] = {};
+    char pdp_type[10] = {};
+    char stat_text[10] = {};
+    char err_code[10] = {};
+    trace(PROGRESS, "[ndisstatex_report_callback] enter!\n");
+    report_fields fields("^NDISSTATEX", line);
+    if (fields.status() != 0) {
+        trace(ERROR, "ndisstatex_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
+        return;
+    }
+    for (const at_field &field : fields) {
+        if (is_named(field, "cid"))
+            copy_whole(cid, field.AtFieldValue);
+        else if (is_named(field, "PDP_type"))
+            copy_whole(pdp_type, field.AtFieldValue);
+        else if (is_named(field, "stat"))
+            copy_whole(stat_text, field.AtFieldValue);
+        else if (is_named(field, "err_code"))
+            copy_whole(err_code, field.AtFieldValue);
+    }
+    fields.release();
+    const int32_t stat = to_int(stat_text);
+    if (stat == STAT_CONNECTED)
+        tell_connected(to_int(cid), pdp_type);
+    else if (stat == STAT_DISCONNECTED)
+        tell_disconnected(to_int(cid), to_int(err_code), pdp_type);
+    else
+        trace(PROGRESS, "ndisstatex_report_callback rptbuf_stat_dec =[%d]\n", stat);
+}
+
+void apdialup_report_callback(char *line, int32_t)
+{
+    const report_fields fields("^APDIALUPRPT", line);
+    if (fields.status() != 0)
+        trace(PROGRESS, "apdialup_report_callback, error,and the ret = %d", fields.status());
+}

@@ -1,0 +1,205 @@
+// Signal level and quality.
+
+#include <cstring>
+
+#include "payloads.h"
+#include "qep_msg.h"
+#include "qep_notify.h"
+#include "report_callbacks.h"
+#include "report_fields.h"
+#include "report_targets.h"
+#include "report_trace.h"
+#include "vorlink/stored_report.h"
+
+namespace
+{
+
+constexpr named_member<cerssi_record, int32_t> CERSSI_FIELDS[] = {
+    {"rssi", &cerssi_record::rssi},   {"rscp", &cerssi_record::rscp},   {"ecio", &cerssi_record::ecio},
+    {"rsrp", &cerssi_record::rsrp},   {"rsrq", &cerssi_record::rsrq},   {"rssnr", &cerssi_record::rssnr},
+    {"ri", &cerssi_record::ri},       {"cqi0", &cerssi_record::cqi0},   {"cqi1", &cerssi_record::cqi1},
+    {"rfnum", &cerssi_record::rfnum}, {"rsrp1", &cerssi_record::rsrp1}, {"rsrp2", &cerssi_record::rsrp2},
+    {"rsrp3", &cerssi_record::rsrp3}, {"rsrp4", &cerssi_record::rsrp4}, {"sinr1", &cerssi_record::sinr1},
+    {"sinr2", &cerssi_record::sinr2}, {"sinr3", &cerssi_record::sinr3}, {"sinr4", &cerssi_record::sinr4},
+};
+
+constexpr named_member<hcsq_record, int32_t> HCSQ_VALUES[] = {
+    {"value1", &hcsq_record::value1}, {"value2", &hcsq_record::value2}, {"value3", &hcsq_record::value3},
+    {"value4", &hcsq_record::value4}, {"value5", &hcsq_record::value5},
+};
+
+struct sysmode_row {
+    const char *text;
+    int32_t code;
+};
+
+constexpr sysmode_row SYSMODES[] = {
+    {"GSM", 0},      {"WCDMA", 1},     {"LTE", 2}, {"CDMA", 3},       {"EVDO", 4},
+    {"TD-SCDMA", 5}, {"CDMA-EVDO", 6}, {"NR", 7},  {"NOSERVICE", -1},
+};
+
+/// The code of a radio access technology, or otherwise for a text that is none.
+int32_t sysmode_code(const char *text, int32_t otherwise)
+{
+    for (const sysmode_row &row : SYSMODES) {
+        if (safe_strcmp(text, row.text) == 0)
+            return row.code;
+    }
+    return otherwise;
+}
+
+} // namespace
+
+void anelvel_report_callback(char *line, int32_t)
+{
+    int32_t level = 0;
+    report_fields fields("^ANLEVEL", line);
+    if (fields.status() != 0) {
+        trace(PROGRESS, "anelvel_report_callback, error,and the ret = %d", fields.status());
+        return;
+    }
+    for (const at_field &field : fields) {
+        if (is_named(field, "level"))
+            level = safe_atoi(field.AtFieldValue);
+    }
+    fields.release();
+    VLK_post_notify(RUT_MDL_RADIO, EVT_SIGNAL_LEVEL, level, 0);
+}
+
+void cerssi_report_callback(char *line, int32_t length)
+{
+    trace(PROGRESS, "Enter cerssi_report_callback.\n");
+    cerssi_record record{};
+    if (line == nullptr || length < 0) {
+        trace(ERROR, "cerssi_report_callback invalid parameter, return!\n");
+        return;
+    }
+    report_fields fields("^CERSSI", line);
+    if (fields.status() != 0) {
+        trace(ERROR, "cerssi_report_callback  at_cmd_parse  error,and the ret = %d.\n", fields.status());
+        return;
+    }
+    for (const at_field &field : fields) {
+        trace(PROGRESS, "cerssi_report_callback AtFieldName= %s.\n", shown(field.AtFieldName));
+        const auto member = member_of(CERSSI_FIELDS, field);
+        if (member != nullptr)
+            record.*member = safe_atoi(field.AtFieldValue);
+        else
+            trace(PROGRESS, "This node cannot be resolved\n");
+    }
+    fields.release();
+    VLK_post_notify_ex(RUT_MDL_RADIO, EVT_SIGNAL_DETAIL, &record, sizeof record, 0, 0);
+    const lpm_signal_levels levels = {
+        .rssi = record.rssi,
+        .rscp = record.rscp,
+        .ecio = record.ecio,
+        .rsrp = record.rsrp,
+        .rsrq = record.rsrq,
+        .rssnr = record.rssnr,
+        .ri = record.ri,
+    };
+    trace(DETAIL, "%s report cerssi to lpm...\n", __func__);
+    QEP_MSG_SendMsgData(BUS_LPM, MSG_SIGNAL_LEVELS, &levels, sizeof levels);
+    trace(PROGRESS, "Leave cerssi_report_callback() \n");
+}
+
+void CseRssiReportCallback(char *line, int32_t length)
+{
+    trace(PROGRESS, "%s Enter", __func__);
+    lpm_signal_record record{};
+    if (line == nullptr || length <= 0) {
+        trace(ERROR, "%s invalid parameter, return", __func__);
+        return;
+    }
+    report_fields fields("^CSERSSI", line);
+    if (fields.status() != 0) {
+        trace(ERROR, "%s at_cmd_parse error, ret = %d", __func__, fields.status());
+        return;
+    }
+    for (const at_field &field : fields) {
+        trace(PROGRESS, "%s AtFieldName= %s.\n", __func__, shown(field.AtFieldName));
+        if (is_named(field, "5grsrp"))
+            record.nr_rsrp = safe_atoi(field.AtFieldValue);
+        else if (is_named(field, "5grsrq"))
+            record.nr_rsrq = safe_atoi(field.AtFieldValue);
+        else if (is_named(field, "5grssnr"))
+            record.nr_snr = safe_atoi(field.AtFieldValue);
+        else
+            trace(PROGRESS, "%s This node cannot be resolved", __func__);
+    }
+    fields.release();
+    trace(DETAIL, "%s report cserssi to lpm...\n", __func__);
+    QEP_MSG_SendMsgData(BUS_LPM, MSG_5G_SIGNAL_LEVELS, &record, sizeof record);
+    trace(PROGRESS, "%s Leave", __func__);
+}
+
+void hcsq_report_callback(char *line, int32_t length)
+{
+    hcsq_record record{};
+    trace(ERROR, "Enter hcsq_report_callback().\n");
+    if (line == nullptr || length < 0) {
+        trace(ERROR, "hcsq_report_callback invalid parameter, return!\n");
+        return;
+    }
+    report_fields fields("^HCSQ", line);
+    if (fields.status() != 0) {
+        trace(ERROR, "hcsq_report_callback  at_cmd_parse  error,and the ret = %d.\n", fields.status());
+        return;
+    }
+    for (const at_field &field : fields) {
+        trace(PROGRESS, "hcsq_report_callback AtFieldName= %s.\n", shown(field.AtFieldName));
+        if (is_named(field, "sysmode"))
+            record.sysmode = sysmode_code(field.AtFieldValue, record.sysmode);
+        const auto member = member_of(HCSQ_VALUES, field);
+        if (member != nullptr)
+            record.*member = safe_atoi(field.AtFieldValue);
+    }
+    fields.release();
+    VLK_post_notify_ex(RUT_MDL_RADIO, EVT_SIGNAL_QUALITY, &record, sizeof record, 0, 0);
+    QEP_MSG_SendMsgData(BUS_BEHAVIOR, MSG_SIGNAL_QUALITY, &record, sizeof record);
+    trace(PROGRESS, "Leave hcsq_report_callback() \n");
+}
+
+void ltesiglev_report_callback(char *line, int32_t)
+{
+    if (line == nullptr) {
+        trace(MINOR, "ltesiglev is empty.\n");
+        return;
+    }
+    trace(PROGRESS, "LTESIGLEV ltesiglev_report_callback=[%s]\n", line);
+    report_fields fields("^LTESIGLEV", line);
+    if (fields.status() != 0) {
+        trace(ERROR, "ltesiglev_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
+        return;
+    }
+    int32_t level = 0;
+    for (const at_field &field : fields) {
+        if (is_named(field, "level"))
+            level = to_int(field.AtFieldValue);
+    }
+    fields.release();
+    trace(PROGRESS, "LTESIGLEV send to WiMAX level =[%d]\n", wrapping_sum(level, 1));
+}
+
+void rssi_report_callback(char *line, int32_t)
+{
+    if (line == nullptr) {
+        trace(MINOR, "rssi_buf is empty.\n");
+        return;
+    }
+    if (strstr(line, "^RSSI") == nullptr) {
+        trace(MINOR, "Buffer(%s) do not have ^RSSI\n", line);
+        return;
+    }
+    const uint32_t rssi_length = VLK_strlen_s(line);
+    if (rssi_length > MAX_ATCMD_REPORT_SIZE) {
+        trace(MINOR, "MAX_ATCMD_REPORT_SIZE < rssi_length\n");
+        return;
+    }
+    wipe(g_rssiReportBuf);
+    if (memcpy_s(g_rssiReportBuf.rmsg, sizeof g_rssiReportBuf.rmsg, line, rssi_length) != 0)
+        return;
+    g_rssiReportBuf.ret_val = AT_OK;
+    // The stored text itself has no terminator when it fills rmsg.
+    trace(PROGRESS, "rssi buffer length: (%d) ,is : %s\n", static_cast<int>(rssi_length), line);
+}

@@ -1,0 +1,177 @@
+#include "recognition.h"
+
+#include <cstring>
+#include <string_view>
+
+#include "bounded.h"
+#include "current_command.h"
+#include "rcv_stream.h"
+#include "response_collection.h"
+#include "text_helpers.h"
+#include "vlk_report_table.h"
+#include "vorlink/vorlink_trace.h"
+
+const std::array<vlk_result_row, 13> vlk_result_table = {{
+    {AT_OK, "OK"},
+    {AT_CME_ERROR, "+CME ERROR"},
+    {AT_CMS_ERROR, "+CMS ERROR"},
+    {AT_ERROR, "ERROR"},
+    {AT_NO_CARRIER, "NO CARRIER"},
+    {AT_NO_ANSWER, "NO ANSWER"},
+    {AT_COMMAND_NOT_SUPPORT, "COMMAND NOT SUPPORT"},
+    {AT_TOO_MANY_PARAMETERS, "TOO MANY PARAMETERS"},
+    {AT_ATE0, "ATE0"},
+    {AT_CONNECT, "CONNECT"},
+    {AT_NO_DIALTONE, "NO DIALTONE"},
+    {AT_BUSY, "BUSY"},
+    {AT_NONE, nullptr},
+}};
+
+namespace
+{
+
+constexpr char CTRL_Z = 26;
+constexpr std::size_t REPORT_PREFIX_SIZE = 64;
+
+bool passes_report_gate(const char *line)
+{
+    return line[0] == '^' || line[0] == '+' || strstr(line, "RING") != nullptr ||
+           strstr(line, "CONNECT") != nullptr;
+}
+
+const vlk_report_row *find_report(const char *line)
+{
+    for (const vlk_report_row &row : vlk_report_table) {
+        if (row.prefix == nullptr)
+            break;
+        if (strstr(line, row.prefix) != nullptr)
+            return &row;
+    }
+    return nullptr;
+}
+
+/// Whether the text before the line's first colon occurs in the latest command. Too long a text counts as empty, and
+/// an empty one occurs in every command.
+bool answers_current_command(const char *line, const char *colon)
+{
+    std::string_view prefix(line, static_cast<std::size_t>(colon - line));
+    if (prefix.size() >= REPORT_PREFIX_SIZE)
+        prefix = {};
+    return std::string_view(g_atCmdStr).find(prefix) != std::string_view::npos;
+}
+
+/// What a gated line is that no row of the table names: 0 a report, -1 not.
+int judge_unknown_line(const at_cmd_msg &msg, const char *line)
+{
+    if (msg.req_type == AT_RAW_COMMAND)
+        return -1;
+    if (msg.req_type == ACTIVE_REPORT) {
+        trace(MINOR, "ACTIVE_REPORT == msg->req_type\n");
+        return 0;
+    }
+    const char *colon = strchr(line, ':');
+    if (colon == nullptr)
+        return -1;
+    if (!answers_current_command(line, colon))
+        return 0;
+    trace(MINOR, "the cmd string is not active report!\n");
+    return -1;
+}
+
+bool heads_a_message(const char *line)
+{
+    for (const char *prefix : {"+CMGR", "+CMGL", "^HCMGR", "+CBM"}) {
+        if (strstr(line, prefix) != nullptr)
+            return true;
+    }
+    return false;
+}
+
+/// Appends the next line, the PDU of a cell-broadcast report, to its header.
+void join_pdu_line(uint32_t *pos)
+{
+    char pdu[MAX_ATCMD_REPORT_SIZE] = {};
+    uint32_t length = 0;
+    if (at_sm_getline(pdu, &length) != 0)
+        trace(DETAIL, "at_sm_getline CBM return error\n");
+    if (length == 0)
+        return;
+    strncat_s(line_buf, MAX_ATCMD_REPORT_SIZE, pdu, length);
+    *pos += length;
+    line_buf[*pos] = '\0';
+}
+
+} // namespace
+
+int atcmd_match_result(const char *line, int32_t *err_code)
+{
+    if (line == nullptr || err_code == nullptr) {
+        trace(ERROR, "atcmd_match_result : error,rcv_buf or  err_code is null!\n");
+        return -1;
+    }
+    for (const vlk_result_row &row : vlk_result_table) {
+        if (row.text == nullptr)
+            break;
+        if (strncmp(line, row.text, VLK_strlen_s(row.text)) == 0) {
+            *err_code = row.code;
+            return 0;
+        }
+    }
+    return -1;
+}
+
+int Is_report_msg(at_cmd_msg *msg, char *line, int32_t len, int32_t *index, int32_t *err_code)
+{
+    if (msg == nullptr || line == nullptr || index == nullptr || err_code == nullptr) {
+        trace(ERROR, "Is_report_msg : error,rcv_buf ,index or  err_code is null!\n");
+        return -1;
+    }
+    *index = -1;
+    if (line[0] == '>')
+        return 0; // the modem's SMS prompt
+    if (!passes_report_gate(line)) {
+        trace(MINOR, "the cmd string is not active report!\n");
+        return -1;
+    }
+    const vlk_report_row *row = find_report(line);
+    if (row == nullptr)
+        return judge_unknown_line(*msg, line);
+    *index = row->id;
+    if (row->callback != nullptr)
+        row->callback(line, len);
+    return 0;
+}
+
+void handle_sms_at(at_cmd_msg *msg, uint32_t *pos, int *hcmgr_flag)
+{
+    if (msg == nullptr || pos == nullptr || hcmgr_flag == nullptr) {
+        trace(ERROR, "handle_sms_at: msg or line or pos is null.\n");
+        return;
+    }
+    if (!heads_a_message(line_buf) || msg->req_type == AT_RAW_COMMAND)
+        return;
+    line_put_back_end(*pos);
+    *pos += 2;
+    if (strstr(line_buf, "^HCMGR") != nullptr)
+        *hcmgr_flag = 1;
+    if (strstr(line_buf, "+CBM") != nullptr)
+        join_pdu_line(pos);
+}
+
+void parse_hcmgr_line(char *dst, int *hcmgr_flag)
+{
+    trace(DETAIL, "parse_hcmgr_line enter.\n");
+    if (dst == nullptr || hcmgr_flag == nullptr)
+        return;
+    char body[MAX_ATCMD_REPORT_SIZE] = {}; // a chunk holds less, so a body that is taken whole fits
+    const int n = at_find_last_of_char(CTRL_Z) + 2;
+    *hcmgr_flag = 0;
+    if (at_sm_get_buf(body, n) != 0) {
+        trace(DETAIL, "at_sm_get_buf return error\n");
+        return;
+    }
+    const auto length = static_cast<uint32_t>(n);
+    if (nas_response_legth <= MAX_ATCMD_REPORT_SIZE)
+        memcpy_s(dst, MAX_ATCMD_REPORT_SIZE - nas_response_legth, body, length);
+    nas_response_legth += length;
+}

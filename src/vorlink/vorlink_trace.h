@@ -1,0 +1,8 @@
+// Every file of the module "vorlink", the engine included, traces under the module's name.
+#ifndef VORLINK_TRACE_H
+#define VORLINK_TRACE_H
+
+inline constexpr char TRACE_FILE[] = "vorlink";
+#include "trace.h"
+
+#endif
