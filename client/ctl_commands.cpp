@@ -1,0 +1,159 @@
+#include "ctl_commands.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <thread>
+
+#include "ctl_output.h"
+#include "vlk_queues.h"
+
+using nlohmann::ordered_json;
+using std::string;
+using std::string_view;
+
+namespace
+{
+constexpr int32_t OTHERS_SECONDS = 30;        // granted to the requests that are ahead
+constexpr int32_t NETWORK_LIST_SECONDS = 240; // what the daemon gives a raw network list at least
+constexpr int32_t RSSI_LIMIT_MS = 30000;
+constexpr int32_t HUB_LIMIT_MS = 5000;
+
+using client_handle = std::unique_ptr<vlk_client, decltype(&vlk_close)>;
+using hub_handle = std::unique_ptr<vlk_hub, decltype(&vlk_hub_close)>;
+
+int32_t limit_of(const request_options &limits, const at_cmd_msg &request, int32_t phases)
+{
+    if (limits.wait)
+        return static_cast<int32_t>(*limits.wait * 1000);
+    const string_view command = request.snd_rcv_msg.cmd;
+    const bool list = request.req_type == AT_RAW_COMMAND && (command.find("+COPS=?") != string_view::npos ||
+                                                             command.find("+cops=?") != string_view::npos);
+    const int32_t seconds = list ? NETWORK_LIST_SECONDS : limits.timeout * phases;
+    return (seconds + OTHERS_SECONDS) * 1000;
+}
+
+int exchange(const common_options &common, at_cmd_msg &record, int32_t limit_ms, string_view what)
+{
+    const vlk_place place = common.place();
+    vlk_client *opened = nullptr;
+    int result = vlk_open(&opened, &place);
+    const client_handle client(opened, vlk_close);
+    if (result == VLK_OK)
+        result = vlk_exchange(client.get(), &record, &record, limit_ms);
+    if (result != VLK_OK)
+        return report_failure(result, common.json);
+    return report_reply(record, vlk_client_modem(client.get()), what, common.json);
+}
+
+vlk_mode mode_of(const at_options &options)
+{
+    if (options.raw)
+        return VLK_RAW;
+    return options.multi_line ? VLK_MULTI_LINE : VLK_PLAIN;
+}
+
+string status_text(const vlk_status &status)
+{
+    char base[16];
+    std::snprintf(base, sizeof base, "0x%08X", status.base);
+    const string capacity = " of " + std::to_string(VLK_QUEUE_CAPACITY);
+    return "daemon:    running, pid " + std::to_string(status.pid) +
+           "\nmodem:     " + vlk_modem_text(status.modem) +
+           "\nrequests:  " + std::to_string(status.requests) + capacity +
+           "\nreplies:   " + std::to_string(status.replies) + capacity + "\nIPC base:  " + base +
+           "\nfolder:    " + status.runtime_dir;
+}
+
+/// Looks again and again, since neither the daemon nor its files may be there yet, until the modem is ready or the
+/// time is up. The last look's result.
+int look_until_ready(const vlk_place &place, vlk_status &status, double seconds)
+{
+    using clock = std::chrono::steady_clock;
+    const auto end = clock::now() + std::chrono::duration<double>(seconds);
+    for (;;) {
+        const int result = vlk_get_status(&place, &status);
+        const bool ready = result == VLK_OK && status.modem == VLK_MODEM_READY;
+        if (ready || result == VLK_DENIED || clock::now() >= end)
+            return result;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+} // namespace
+
+int run_at(const common_options &common, const request_options &limits, const at_options &options)
+{
+    at_cmd_msg record;
+    const int result = vlk_fill_command(&record, options.command.c_str(), options.expected.c_str(),
+                                        mode_of(options), limits.timeout);
+    if (result != VLK_OK)
+        return report_failure(result, common.json);
+    return exchange(common, record, limit_of(limits, record, 1), options.command);
+}
+
+int run_rssi(const common_options &common)
+{
+    at_cmd_msg record;
+    vlk_fill_rssi(&record);
+    return exchange(common, record, RSSI_LIMIT_MS, "rssi");
+}
+
+int run_sms(const common_options &common, const request_options &limits, vlk_sms action, const string &pdu)
+{
+    at_cmd_msg record;
+    const int result = vlk_fill_sms(&record, action, pdu.c_str(), limits.timeout);
+    if (result != VLK_OK)
+        return report_failure(result, common.json);
+    const string_view text = record.snd_rcv_msg.cmd;
+    return exchange(common, record, limit_of(limits, record, 2), string(text.substr(0, text.find('\r'))));
+}
+
+int run_stop_scan(const common_options &common)
+{
+    const vlk_place place = common.place();
+    vlk_hub *opened = nullptr;
+    vlk_packet reply{};
+    int result = vlk_hub_open(&opened, &place);
+    const hub_handle hub(opened, vlk_hub_close);
+    if (result == VLK_OK)
+        result = vlk_hub_request(hub.get(), VLK_STOP_SCAN_MODULE, VLK_STOP_SCAN_MESSAGE, nullptr, 0, &reply,
+                                 HUB_LIMIT_MS);
+    if (result != VLK_OK)
+        return report_failure(result, common.json);
+
+    uint32_t done = 0;
+    const bool answered = reply.value1 == 0 && reply.length == sizeof done;
+    if (answered)
+        std::memcpy(&done, reply.data, sizeof done);
+    if (common.json)
+        print_json({{"command", "stop-scan"}, {"stopped", done == 1}});
+    if (done == 1)
+        return EXIT_DONE;
+    print_error(answered ? "the modem did not take the stop command"
+                         : "the daemon could not serve the request");
+    return EXIT_OTHER;
+}
+
+int run_status(const common_options &common, std::optional<double> wait_ready)
+{
+    const vlk_place place = common.place();
+    vlk_status status;
+    const int result = look_until_ready(place, status, wait_ready.value_or(0));
+    if (result != VLK_OK)
+        return report_failure(result, common.json, {{"running", false}, {"runtime_dir", status.runtime_dir}});
+    const int done = wait_ready && status.modem != VLK_MODEM_READY ? EXIT_NO_ANSWER : EXIT_DONE;
+    if (!common.json)
+        return print_line(status_text(status)) ? done : EXIT_OTHER;
+    const ordered_json object = {{"running", true},
+                                 {"pid", status.pid},
+                                 {"modem", vlk_modem_text(status.modem)},
+                                 {"requests", status.requests},
+                                 {"replies", status.replies},
+                                 {"capacity", static_cast<int>(VLK_QUEUE_CAPACITY)},
+                                 {"base", status.base},
+                                 {"runtime_dir", status.runtime_dir}};
+    return print_json(object) ? done : EXIT_OTHER;
+}

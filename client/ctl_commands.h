@@ -1,0 +1,47 @@
+// The subcommands of vlkctl. Each does its work, prints and returns the exit code.
+#ifndef VLK_CTL_COMMANDS_H
+#define VLK_CTL_COMMANDS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "vlk_client.h"
+
+struct common_options {
+    std::string runtime_dir; // empty: the environment's
+    uint32_t base = 0;       // 0: what the daemon uses
+    bool json = false;
+
+    vlk_place place() const { return {runtime_dir.empty() ? nullptr : runtime_dir.c_str(), base}; }
+};
+
+struct request_options {
+    int32_t timeout = 10;       // seconds for the modem
+    std::optional<double> wait; // seconds for everything; none: long enough
+};
+
+struct at_options {
+    std::string command;
+    std::string expected;
+    bool multi_line = false;
+    bool raw = false;
+};
+
+struct monitor_options {
+    std::vector<int32_t> modules;
+    std::vector<std::string> names;
+    std::optional<uint64_t> count;
+    std::optional<double> seconds;
+};
+
+int run_at(const common_options &common, const request_options &limits, const at_options &options);
+int run_rssi(const common_options &common);
+int run_sms(const common_options &common, const request_options &limits, vlk_sms action,
+            const std::string &pdu);
+int run_stop_scan(const common_options &common);
+int run_status(const common_options &common, std::optional<double> wait_ready);
+int run_monitor(const common_options &common, const monitor_options &options);
+
+#endif

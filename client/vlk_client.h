@@ -1,0 +1,198 @@
+/* Client library of vorlink: AT commands through the daemon, and everything that it tells other services.
+ * C and C++; link with vlkclient.
+ *
+ *     struct vlk_client *client;
+ *     struct at_cmd_msg record;
+ *     if (vlk_open(&client, NULL) != VLK_OK)
+ *         return complain(vlk_last_error());
+ *     if (vlk_fill_command(&record, "AT+CSQ", "+CSQ:", VLK_PLAIN, 10) == VLK_OK &&
+ *         vlk_exchange(client, &record, &record, 30000) == VLK_OK)
+ *         printf("%.*s\n", (int)vlk_response_length(&record), record.snd_rcv_msg.rmsg);
+ *     vlk_close(client);
+ *
+ * Results: functions that return int return a vlk_result; vlk_last_error() then says what went wrong.
+ * Limits: milliseconds for the whole call, 0 to try once, negative to wait for as long as the daemon lives. A wait
+ * sleeps in the kernel; about once a second it looks whether the daemon still lives.
+ * Threads: a vlk_client or vlk_hub belongs to one thread at a time; different ones may be used at the same time. The
+ * library starts no thread, touches no signal and goes on waiting when a signal handler has run. A child process
+ * opens its own. */
+#ifndef VLK_CLIENT_H
+#define VLK_CLIENT_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "at_cmd_msg.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+enum vlk_result {
+    VLK_OK = 0,
+    VLK_NOT_RUNNING = 1, /* no daemon, or it ended or was restarted: close, and open again later */
+    VLK_DENIED = 2,      /* the daemon's files or queues are not for this user; the text names the group */
+    VLK_MISMATCH = 3,    /* another version of the daemon, or another IPC base than the one asked for */
+    VLK_TIMEOUT = 4,     /* the limit has passed */
+    VLK_INVALID = 5,     /* an argument was refused; nothing was sent */
+    VLK_SYSTEM = 6       /* the system refused; the text has its reason */
+};
+
+/// Cause and cure of the last failure in the calling thread, one sentence; valid until its next call.
+const char *vlk_last_error(void);
+
+/* ---- The daemon ---- */
+
+/// Which daemon. NULL in place of this structure stands for {NULL, 0}.
+struct vlk_place {
+    const char *runtime_dir; /* its runtime folder; NULL: VLK_RUNTIME_DIR, else that of the one daemon
+                                there is ($XDG_RUNTIME_DIR/vlk, /run/vlk, /run/vlk-NAME) */
+    uint32_t base; /* 0: the IPC base that the daemon of this folder uses; else it must be this one */
+};
+
+enum vlk_modem {
+    VLK_MODEM_ABSENT = 0,  /* the device cannot be opened */
+    VLK_MODEM_SILENT = 1,  /* open, but nothing has answered yet: requests wait */
+    VLK_MODEM_READY = 2,   /* the modem has answered */
+    VLK_MODEM_RELEASED = 3 /* the daemon has let go of the modem, commands cannot be written */
+};
+
+struct vlk_status {
+    char runtime_dir[100];
+    uint32_t base;
+    int32_t pid;       /* of the daemon */
+    uint32_t modem;    /* vlk_modem */
+    uint32_t requests; /* records that wait in the request queue, of VLK_QUEUE_CAPACITY */
+    uint32_t replies;  /* replies that no client has taken yet */
+};
+
+/// Looks at the daemon without talking to it. Without a daemon the result is VLK_NOT_RUNNING and the runtime folder
+/// is all that is filled in.
+int vlk_get_status(const struct vlk_place *place, struct vlk_status *status);
+
+/// "absent", "silent", "ready", "released", or "unknown".
+const char *vlk_modem_text(uint32_t modem);
+
+/* ---- Requests ---- */
+
+enum vlk_mode {
+    VLK_PLAIN = 0,      /* response lines joined without separator */
+    VLK_MULTI_LINE = 1, /* expected lines, each followed by CR LF; nothing unless the result is OK */
+    VLK_RAW = 2         /* line ends and final result kept */
+};
+
+enum vlk_sms {
+    VLK_SMS_SEND = 0, /* AT+CMGS */
+    VLK_SMS_SAVE = 1  /* AT+CMGW */
+};
+
+/// Makes *record an AT command. command: begins with AT, no line end or other control character, at most 1539 bytes;
+/// expected: prefix of its response lines, at most 63 bytes, NULL or empty for none; timeout: seconds that the modem
+/// is given. VLK_INVALID says what is wrong, then *record is all zero.
+int vlk_fill_command(struct at_cmd_msg *record, const char *command, const char *expected, enum vlk_mode mode,
+                     int32_t timeout);
+
+/// Makes *record the question for the last ^RSSI report, which the daemon answers itself.
+int vlk_fill_rssi(struct at_cmd_msg *record);
+
+/// Makes *record the two-phase exchange that sends or saves a message. pdu: hexadecimal text that begins with the
+/// SMSC part (00: the modem's own service centre); the length that the modem wants is worked out here. Both
+/// phases together may take twice the timeout. Refusals as above.
+int vlk_fill_sms(struct at_cmd_msg *record, enum vlk_sms action, const char *pdu, int32_t timeout);
+
+/// Bytes of response text in a reply's rmsg, at most MAX_ATCMD_REPORT_SIZE. The text has no terminator of its own.
+size_t vlk_response_length(const struct at_cmd_msg *reply);
+
+/// The final result code of a reply as the modem writes it ("OK", "+CME ERROR", ...); "NONE" for AT_NONE and 0.
+const char *vlk_final_result(int32_t ret_val);
+
+struct vlk_client; /* a way to the daemon's queues, with an Id of its own; 512 at most in one process */
+
+/// Finds the daemon. On failure *client is NULL.
+int vlk_open(struct vlk_client **client, const struct vlk_place *place);
+
+/// Takes away the replies that have come for this client and frees it. NULL does nothing.
+void vlk_close(struct vlk_client *client);
+
+/// Queues *request, after filling in its Id and seq. Waits for room while the request queue is full.
+int vlk_send(struct vlk_client *client, struct at_cmd_msg *request, int32_t limit_ms);
+
+/// Waits for the reply to the request that vlk_send gave this seq. Replies come in the order of the requests: those to
+/// earlier ones are dropped; when a later one is answered first this one never is, so the result is VLK_TIMEOUT at
+/// once and the later reply stays for its own wait.
+int vlk_wait(struct vlk_client *client, uint32_t seq, struct at_cmd_msg *reply, int32_t limit_ms);
+
+/// vlk_send and vlk_wait within one limit; request and reply may be one record. Allow for the requests of others that
+/// may be ahead. After VLK_TIMEOUT the command may still reach the modem; its reply is dropped. Requests that
+/// the daemon never answers (ACTIVE_REPORT, AT_UNANSWERED) are VLK_INVALID here.
+int vlk_exchange(struct vlk_client *client, struct at_cmd_msg *request, struct at_cmd_msg *reply,
+                 int32_t limit_ms);
+
+/// The modem as the daemon sees it now: a vlk_modem.
+uint32_t vlk_client_modem(const struct vlk_client *client);
+
+/* ---- Notifications, bus messages, synchronous requests ---- */
+
+enum vlk_packet_kind {
+    VLK_PACKET_EVENT = 1,      /* module, code = event, value1, value2 */
+    VLK_PACKET_EVENT_DATA = 2, /* module, code = event, data */
+    VLK_PACKET_BUS = 3,        /* name = destination, code = message type, data */
+    VLK_PACKET_SYNC_REPLY =
+        4 /* module, code = message, value1 = result of the handler, 0 for success, data */
+};
+
+struct vlk_packet {
+    uint32_t kind; /* vlk_packet_kind */
+    int32_t module;
+    uint32_t code;
+    int32_t value1;
+    int32_t value2;
+    uint32_t missed;  /* packets that this listener lost just before this one by not reading in time */
+    char name[32];    /* terminated */
+    uint32_t length;  /* bytes of data, at most 4096 */
+    const void *data; /* bytes without alignment, valid until the next call with the same vlk_hub */
+};
+
+struct vlk_hub; /* a connection to the daemon's hub */
+
+/// Connects. Nothing is delivered before a subscription. On failure *hub is NULL.
+int vlk_hub_open(struct vlk_hub **hub, const struct vlk_place *place);
+void vlk_hub_close(struct vlk_hub *hub);
+
+/// Each asks for more and returns when it is in force: events of one module, bus messages to one name (at most 31
+/// bytes), or all there is. One connection has at most 32 modules and 8 names; the daemon closes it at the next.
+/// Packets that come in the meantime are kept for vlk_hub_receive.
+int vlk_hub_take_module(struct vlk_hub *hub, int32_t module, int32_t limit_ms);
+int vlk_hub_take_name(struct vlk_hub *hub, const char *name, int32_t limit_ms);
+int vlk_hub_take_all(struct vlk_hub *hub, int32_t limit_ms);
+
+/// The next packet, in the order in which the daemon sent them. VLK_NOT_RUNNING when the daemon has gone.
+int vlk_hub_receive(struct vlk_hub *hub, struct vlk_packet *packet, int32_t limit_ms);
+
+/// For poll(): readable when a packet has come. Packets may also be kept inside: before polling, receive with limit 0
+/// until VLK_TIMEOUT.
+int vlk_hub_fd(const struct vlk_hub *hub);
+
+/// Sends the daemon a bus message of at most 4096 bytes (data may be NULL when length is 0). Not answered. This and
+/// every other send of a vlk_hub waits at most 5 seconds for a daemon that does not read.
+int vlk_hub_send(struct vlk_hub *hub, uint32_t type, const void *data, uint32_t length);
+
+/// Synchronous request of at most 4096 bytes: returns when its reply is in *reply. Packets that come in the meantime
+/// are kept; a reply that comes after the limit is dropped.
+int vlk_hub_request(struct vlk_hub *hub, int32_t module, uint32_t message, const void *data, uint32_t length,
+                    struct vlk_packet *reply, int32_t limit_ms);
+
+/// What the daemon serves. Stop-scan is a vlk_hub_request without data: it ends a running network scan (^NETSCAN).
+/// Its reply is a uint32_t: 1 stopped, or no scan was running; 0 the modem did not take it.
+/// Uninstall-datacard is a vlk_hub_send without data: the daemon lets go of the modem.
+enum {
+    VLK_STOP_SCAN_MODULE = 31,
+    VLK_STOP_SCAN_MESSAGE = 31008,
+    VLK_UNINSTALL_DATACARD = 34821
+};
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
