@@ -1,5 +1,7 @@
 #include "client_service.h"
 
+#include <algorithm>
+
 #include "bounded.h"
 #include "engine/command_transaction.h"
 #include "engine/record_text.h"
@@ -88,6 +90,8 @@ int at_process_client_msg(int *retcode)
     if (msg.req_type == ACTIVE_REPORT || msg.req_type == AT_UNANSWERED)
         return result;
 
+    // A request that ended before anything was received still holds its own text there.
+    msg.snd_rcv_msg.rsp_len = std::min<uint32_t>(msg.snd_rcv_msg.rsp_len, MAX_ATCMD_REPORT_SIZE);
     const int sent = send_to_msgqueue(g_clientRspQid, &msg, retcode);
     if (sent == -1)
         trace(ERROR, "send_to_msgqueue the cmd rsp error ,retcode = < %d>!\n", *retcode);

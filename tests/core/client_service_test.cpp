@@ -42,6 +42,15 @@ at_cmd_msg reply()
 
 } // namespace
 
+TEST_F(client_service_test, a_long_command_without_answer_is_no_response_length)
+{
+    for (const std::size_t size : {1500UL, 1508UL, 1539UL}) {
+        EXPECT_EQ(serve(request_of(0, "AT" + repeat('x', size - 2))), 0);
+        EXPECT_LE(reply().snd_rcv_msg.rsp_len, 1500u) << size;
+        start_daemon();
+    }
+}
+
 TEST_F(client_service_test, serves_by_request_type)
 {
     const struct {
