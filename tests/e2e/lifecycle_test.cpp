@@ -6,6 +6,7 @@
 #include <fstream>
 #include <random>
 #include <sys/msg.h>
+#include <sys/sem.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
@@ -108,17 +109,19 @@ TEST(Lifecycle, ASecondDaemonIsRefusedAndTheFirstUnharmed)
     system_under_test system;
     system.start_modem();
     system.start_daemon();
+    const uint32_t other_base = system.base + 0x00400000U;
     for (const bool other_folder : {true, false}) {
         environment variables = system.variables;
         if (other_folder)
             variables["VLK_RUNTIME_DIR"] = system.folder + "/other";
         else
-            variables["VLK_IPC_BASE"] = std::to_string(system.base + 0x00400000U);
+            variables["VLK_IPC_BASE"] = std::to_string(other_base);
         process second({VORLINK}, variables);
         EXPECT_EQ(second.wait(5), 69);
         EXPECT_THAT(second.err, HasSubstr(std::to_string(system.daemon->pid)));
         EXPECT_THAT(second.err, HasSubstr("VLK_IPC_BASE"));
     }
+    semctl(semget(static_cast<key_t>(other_base), 0, 0), 0, IPC_RMID);
     EXPECT_EQ(system.vlkctl({"at", "AT+CSQ"}).out, "+CSQ: 20,99\n");
 }
 
