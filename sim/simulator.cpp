@@ -70,16 +70,16 @@ void simulator::lose_client()
     note('-', "client left");
 }
 
-/// Milliseconds until something is due by itself, or longest_wait.
-int simulator::wait_limit() const
+/// Milliseconds from `at` until something is due by itself, or longest_wait.
+int simulator::wait_limit(milliseconds at) const
 {
     milliseconds limit = longest_wait;
     if (port_->plugged() && !client_)
         limit = milliseconds(client_check_ms);
     if (const auto due = modem_.next_due())
-        limit = std::min(limit, *due - now());
-    if (!modem_.output().empty() && next_write_ > now())
-        limit = std::min(limit, next_write_ - now());
+        limit = std::min(limit, *due - at);
+    if (!modem_.output().empty() && next_write_ > at)
+        limit = std::min(limit, next_write_ - at);
     return static_cast<int>(std::max(limit, milliseconds(0)).count());
 }
 
@@ -91,15 +91,17 @@ bool simulator::may_read_control() const
 
 void simulator::wait(int stop_fd)
 {
+    const milliseconds at =
+        now(); // one for both questions: is the next piece due, and if not, how long until then
     short interest = modem_.input_room() > 0 ? POLLIN : 0;
-    if (!modem_.output().empty() && next_write_ <= now())
+    if (!modem_.output().empty() && next_write_ <= at)
         interest |= POLLOUT;
     pollfd watched[] = {
         {stop_fd, POLLIN, 0},
         {may_read_control() ? STDIN_FILENO : -1, POLLIN, 0},
         {client_ ? port_->fd() : -1, interest, 0},
     };
-    if (::poll(watched, std::size(watched), wait_limit()) <= 0)
+    if (::poll(watched, std::size(watched), wait_limit(at)) <= 0)
         return;
     if (watched[0].revents != 0)
         ended_ = true;

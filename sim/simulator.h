@@ -45,7 +45,7 @@ private:
     milliseconds now() const;
     void meet_client();
     void lose_client();
-    int wait_limit() const;
+    int wait_limit(milliseconds at) const;
     bool may_read_control() const;
     void wait(int stop_fd);
     void read_client();
