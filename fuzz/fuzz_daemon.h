@@ -10,7 +10,7 @@
 #include "nas_data_queue.h"
 #include "service_ids.h"
 #include "vlk_register.h"
-#include "vlk_report_table.h"
+#include "vlk_report_callback/report_table.h"
 #include "vorlink/engine/current_command.h"
 #include "vorlink/engine/rcv_stream.h"
 #include "vorlink/engine/response_assembly.h"

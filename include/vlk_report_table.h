@@ -1,8 +1,7 @@
-/* The table of unsolicited result codes and the type of their handlers. */
+/* A row of the table of unsolicited result codes and the type of its handler. */
 #ifndef VLK_REPORT_TABLE_H
 #define VLK_REPORT_TABLE_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 
@@ -17,8 +16,5 @@ struct vlk_report_row {
 };
 
 inline constexpr std::size_t VLK_REPORT_ROWS = 78;
-
-/// The rows in the order in which they are searched, and the row that ends them.
-extern const std::array<vlk_report_row, VLK_REPORT_ROWS + 1> vlk_report_table;
 
 #endif

@@ -20,12 +20,12 @@ int vlk_queue_nas_data(const char *data, uint32_t length)
         trace(ERROR, "Error: NAS Response malloc fail!\n");
         return 0;
     }
-    memset_s(record, sizeof *record, 0, sizeof *record);
     record->length = static_cast<uint16_t>(length);
     if (memcpy_s(record->data, sizeof record->data, data, length) != 0) {
         free(record);
         return 0;
     }
+    memset_s(record->data + length, sizeof record->data - length, 0, sizeof record->data - length);
     const int sent = VLK_msgQ_send(g_nasDataQid, record, sizeof *record);
     free(record);
     if (sent == 0) {

@@ -32,9 +32,9 @@ struct card_state_row {
 };
 
 constexpr std::array<card_state_row, 4> vlk_card_state_table = {{
-    {1, "^CPINNTY:READY", vlk_card_state_noop},
-    {2, "^CPINNTY:SIM PUK", vlk_card_state_noop},
-    {3, "^CARDLOCKNTY:SIM LOCKED", vlk_card_state_noop},
+    {1, vlk_card_state_texts[0], vlk_card_state_noop},
+    {2, vlk_card_state_texts[1], vlk_card_state_noop},
+    {3, vlk_card_state_texts[2], vlk_card_state_noop},
     {6, nullptr, nullptr},
 }};
 

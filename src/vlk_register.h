@@ -2,7 +2,12 @@
 #ifndef VLK_REGISTER_H
 #define VLK_REGISTER_H
 
+#include <array>
 #include <cstdint>
+
+/// The SIM card-state texts.
+inline constexpr std::array<const char *, 3> vlk_card_state_texts = {"^CPINNTY:READY", "^CPINNTY:SIM PUK",
+                                                                     "^CARDLOCKNTY:SIM LOCKED"};
 
 /// Registers on the AT channel. Returns 1 once bytes can be sent, 0 until then; the caller repeats it. Main thread.
 int vlk_register_nas();

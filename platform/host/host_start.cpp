@@ -22,8 +22,12 @@
 
 #include "futex_word.h"
 
+host_config host_settings_as_read;
+
 namespace
 {
+
+host_config &settings = host_settings_as_read;
 
 constexpr int EXIT_UNKNOWN_OPTION = 2;
 
@@ -52,8 +56,6 @@ Exit status:
   78   a setting is missing or wrong
   255  the notify service cannot be set up
 )";
-
-host_config settings;
 
 host_page private_page{}; // in use until the shared one is mapped, then what restores it
 host_page *page = &private_page;
@@ -209,11 +211,6 @@ void host_fail(int exit_code, const char *format, ...)
     va_end(arguments);
     fprintf(stderr, "vorlink: %s\n", text);
     _exit(exit_code); // other threads may run: nothing is torn down under them
-}
-
-const host_config &host_settings()
-{
-    return settings;
 }
 
 int host_load_settings(char *error, size_t error_size)

@@ -14,8 +14,12 @@ void host_start();
 /// Ends the process with exit_code after the line "vorlink: MESSAGE" on standard error.
 [[noreturn]] void host_fail(int exit_code, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-/// The settings: defaults until they are read, then constant. Any thread.
-const host_config &host_settings();
+/// The settings: defaults until they are read, then constant. Any thread. Inline, for every trace asks for its level.
+inline const host_config &host_settings()
+{
+    extern host_config host_settings_as_read;
+    return host_settings_as_read;
+}
 
 /// Reads the settings from the environment (host_start does). 0, or -1 and a message in error.
 int host_load_settings(char *error, size_t error_size);

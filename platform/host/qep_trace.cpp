@@ -101,21 +101,12 @@ void add_time(line_buffer &line)
     line.add(text);
 }
 
-} // namespace
-
-void QEP_TRACE_PrintInfo(const char *file, int line, int, const char *module, int level, const char *format,
-                         ...)
+/// Apart from its caller, so that a trace that is not wanted costs a compare and no stack.
+__attribute__((noinline, format(printf, 5, 0))) void
+print_line(const char *file, int line, const char *module, int level, const char *format, va_list arguments)
 {
-    if (level > host_settings().trace_level)
-        return;
-    if (file == nullptr || module == nullptr || format == nullptr)
-        return;
-
     char text[TEXT_SIZE];
-    va_list arguments;
-    va_start(arguments, format);
     format_text(text, format, arguments);
-    va_end(arguments);
 
     const level_name name = name_of(level);
     const bool colour = wants_colour() && name.colour[0] != '\0';
@@ -133,6 +124,21 @@ void QEP_TRACE_PrintInfo(const char *file, int line, int, const char *module, in
     out.add('\n');
     // A trace that cannot be written has nowhere to be reported.
     [[maybe_unused]] const ssize_t written = write(STDERR_FILENO, out.bytes.data(), out.used);
+}
+
+} // namespace
+
+void QEP_TRACE_PrintInfo(const char *file, int line, int, const char *module, int level, const char *format,
+                         ...)
+{
+    if (level > host_settings().trace_level)
+        return;
+    if (file == nullptr || module == nullptr || format == nullptr)
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    print_line(file, line, module, level, format, arguments);
+    va_end(arguments);
 }
 
 void mlog_print(const char *module, int level, const char *format, ...)

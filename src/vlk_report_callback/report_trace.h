@@ -2,7 +2,7 @@
 #ifndef REPORT_TRACE_H
 #define REPORT_TRACE_H
 
-inline constexpr char TRACE_FILE[] = "vlk_report_callback";
+constexpr char TRACE_FILE[] = "vlk_report_callback";
 #include "trace.h"
 
 #endif

@@ -2,7 +2,7 @@
 #ifndef VORLINK_TRACE_H
 #define VORLINK_TRACE_H
 
-inline constexpr char TRACE_FILE[] = "vorlink";
+constexpr char TRACE_FILE[] = "vorlink";
 #include "trace.h"
 
 #endif

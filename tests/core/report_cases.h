@@ -12,7 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "fake_platform.h"
-#include "vlk_report_table.h"
+#include "vlk_report_callback/report_table.h"
 
 using namespace std::string_literals;
 

@@ -24,6 +24,25 @@ enum line_state_value : int32_t {
 };
 int32_t line_state = INSIDE_LINE; // carries over from chunk to chunk
 
+/// Takes a line at once when the first CR of the unread data ends it. Returns 0, or -1 when there is none: nothing is
+/// taken then.
+int take_whole_line(char *rcv_buffer, uint32_t *pos)
+{
+    char *const start = g_atSmStream.p_cur;
+    const auto unread = static_cast<std::size_t>(g_atSmStream.p_end - start);
+    const auto *const cr = static_cast<const char *>(memchr(start, CR, unread));
+    if (cr == nullptr || cr + 1 == g_atSmStream.p_end || cr[1] != LF)
+        return -1;
+    const auto length = static_cast<std::size_t>(cr - start);
+    memcpy(rcv_buffer, start, length);
+    rcv_buffer[length] = '\0';
+    memset(start, 0, length + 2);
+    g_atSmStream.p_cur += length + 2;
+    *pos += static_cast<uint32_t>(length);
+    line_state = LINE_ENDED;
+    return 0;
+}
+
 } // namespace
 
 void at_sm_reset()
@@ -102,6 +121,8 @@ int at_sm_getline(char *rcv_buffer, uint32_t *pos)
         trace(ERROR, "at_sm_getline: error ,rcv_buffer or pos is null!\n");
         return -1;
     }
+    if (line_state != CR_AT_END_OF_CHUNK && take_whole_line(rcv_buffer, pos) == 0)
+        return 0;
     uint32_t count = 0;
     for (;;) {
         char ch = '\0';

@@ -1,5 +1,6 @@
 #include "recognition.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -7,11 +8,9 @@
 #include "current_command.h"
 #include "rcv_stream.h"
 #include "response_collection.h"
-#include "text_helpers.h"
-#include "vlk_report_table.h"
 #include "vorlink/vorlink_trace.h"
 
-const std::array<vlk_result_row, 13> vlk_result_table = {{
+constexpr std::array<vlk_result_row, 13> vlk_result_table = {{
     {AT_OK, "OK"},
     {AT_CME_ERROR, "+CME ERROR"},
     {AT_CMS_ERROR, "+CMS ERROR"},
@@ -33,21 +32,29 @@ namespace
 constexpr char CTRL_Z = 26;
 constexpr std::size_t REPORT_PREFIX_SIZE = 64;
 
+/// By byte: whether a final result code begins with it. Few lines need a look at the table.
+constexpr std::array<bool, 256> begins_result = [] {
+    std::array<bool, 256> begins{};
+    for (const vlk_result_row &row : vlk_result_table) {
+        if (row.text != nullptr)
+            begins[static_cast<unsigned char>(row.text[0])] = true;
+    }
+    return begins;
+}();
+
+bool begins_with(const char *line, const char *text)
+{
+    while (*text != '\0' && *line == *text) {
+        ++line;
+        ++text;
+    }
+    return *text == '\0';
+}
+
 bool passes_report_gate(const char *line)
 {
     return line[0] == '^' || line[0] == '+' || strstr(line, "RING") != nullptr ||
            strstr(line, "CONNECT") != nullptr;
-}
-
-const vlk_report_row *find_report(const char *line)
-{
-    for (const vlk_report_row &row : vlk_report_table) {
-        if (row.prefix == nullptr)
-            break;
-        if (strstr(line, row.prefix) != nullptr)
-            return &row;
-    }
-    return nullptr;
 }
 
 /// Whether the text before the line's first colon occurs in the latest command. Too long a text counts as empty, and
@@ -80,11 +87,8 @@ int judge_unknown_line(const at_cmd_msg &msg, const char *line)
 
 bool heads_a_message(const char *line)
 {
-    for (const char *prefix : {"+CMGR", "+CMGL", "^HCMGR", "+CBM"}) {
-        if (strstr(line, prefix) != nullptr)
-            return true;
-    }
-    return false;
+    const auto occurs = [line](const char *head) { return strstr(line, head) != nullptr; };
+    return std::any_of(MESSAGE_HEADS.begin(), MESSAGE_HEADS.end(), occurs);
 }
 
 /// Appends the next line, the PDU of a cell-broadcast report, to its header.
@@ -96,9 +100,9 @@ void join_pdu_line(uint32_t *pos)
         trace(DETAIL, "at_sm_getline CBM return error\n");
     if (length == 0)
         return;
+    memset(line_buf + *pos, 0, length + 1); // a NUL in the header ends its text earlier than its bytes
     strncat_s(line_buf, MAX_ATCMD_REPORT_SIZE, pdu, length);
     *pos += length;
-    line_buf[*pos] = '\0';
 }
 
 } // namespace
@@ -109,10 +113,12 @@ int atcmd_match_result(const char *line, int32_t *err_code)
         trace(ERROR, "atcmd_match_result : error,rcv_buf or  err_code is null!\n");
         return -1;
     }
+    if (!begins_result[static_cast<unsigned char>(line[0])])
+        return -1;
     for (const vlk_result_row &row : vlk_result_table) {
         if (row.text == nullptr)
             break;
-        if (strncmp(line, row.text, VLK_strlen_s(row.text)) == 0) {
+        if (begins_with(line, row.text)) {
             *err_code = row.code;
             return 0;
         }
@@ -126,6 +132,11 @@ int Is_report_msg(at_cmd_msg *msg, char *line, int32_t len, int32_t *index, int3
         trace(ERROR, "Is_report_msg : error,rcv_buf ,index or  err_code is null!\n");
         return -1;
     }
+    return take_if_report(*msg, look_for_texts(line, strlen(line)), line, len, index);
+}
+
+int take_if_report(const at_cmd_msg &msg, const line_texts &texts, char *line, int32_t len, int32_t *index)
+{
     *index = -1;
     if (line[0] == '>')
         return 0; // the modem's SMS prompt
@@ -133,12 +144,11 @@ int Is_report_msg(at_cmd_msg *msg, char *line, int32_t len, int32_t *index, int3
         trace(MINOR, "the cmd string is not active report!\n");
         return -1;
     }
-    const vlk_report_row *row = find_report(line);
-    if (row == nullptr)
-        return judge_unknown_line(*msg, line);
-    *index = row->id;
-    if (row->callback != nullptr)
-        row->callback(line, len);
+    if (texts.report == nullptr)
+        return judge_unknown_line(msg, line);
+    *index = texts.report->id;
+    if (texts.report->callback != nullptr)
+        texts.report->callback(line, len);
     return 0;
 }
 

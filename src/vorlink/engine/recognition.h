@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "at_cmd_msg.h"
+#include "line_texts.h"
 
 struct vlk_result_row {
     int32_t code;
@@ -23,6 +24,9 @@ int atcmd_match_result(const char *line, int32_t *err_code);
 /// Returns 0 when the line, of len bytes, is an unsolicited report; its handler has run then. -1 when it is not, or
 /// for a null argument. *index receives the report id, or -1; err_code is not used.
 int Is_report_msg(at_cmd_msg *msg, char *line, int32_t len, int32_t *index, int32_t *err_code);
+
+/// The same for a line of which the texts are known.
+int take_if_report(const at_cmd_msg &msg, const line_texts &texts, char *line, int32_t len, int32_t *index);
 
 /// Completes the line in line_buf, of *pos bytes, when it heads a message: puts its line end back, joins a +CBM
 /// report with its PDU line, sets *hcmgr_flag for a ^HCMGR response.

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "bounded.h"
+#include "line_texts.h"
 #include "nas_data_queue.h"
 #include "rcv_stream.h"
 #include "recognition.h"
@@ -83,16 +84,17 @@ int copy_collection(at_cmd_msg &msg)
 }
 
 /// The questions in their order: the order is the protocol. Runs the handler of a notice or report.
-line_kind classify_line(at_cmd_msg &msg, const char *match, uint32_t pos, int32_t *code)
+line_kind classify_line(at_cmd_msg &msg, const char *match, const line_texts &texts, uint32_t pos,
+                        int32_t *code)
 {
     int32_t index = -1;
-    if (vlk_match_card_state(line_buf) == 0)
+    if (texts.card_state && vlk_match_card_state(line_buf) == 0)
         return CARD_STATE_NOTICE;
     if (match[0] != '\0' && strstr(line_buf, match) != nullptr)
         return EXPECTED_LINE;
     if (result_found == 0 && atcmd_match_result(line_buf, code) == 0)
         return FINAL_RESULT;
-    if (Is_report_msg(&msg, line_buf, static_cast<int32_t>(pos), &index, code) == 0)
+    if (take_if_report(msg, texts, line_buf, static_cast<int32_t>(pos), &index) == 0)
         return REPORT;
     return RESPONSE_LINE;
 }
@@ -257,10 +259,10 @@ int guard_overflow()
     return 0;
 }
 
-pass_step take_line(at_cmd_msg &msg, const char *match, uint32_t pos)
+pass_step take_line(at_cmd_msg &msg, const char *match, const line_texts &texts, uint32_t pos)
 {
     int32_t code = AT_NONE;
-    switch (classify_line(msg, match, pos, &code)) {
+    switch (classify_line(msg, match, texts, pos, &code)) {
     case CARD_STATE_NOTICE:
         return take_card_state_notice(msg);
     case EXPECTED_LINE:
@@ -327,12 +329,17 @@ int parse_exc_result(at_cmd_msg *msg)
         }
         if (at_sm_getline(line_buf, &pos) != 0)
             return 0;
-        if (line_buf[0] == '\0' && pos == 0)
+        line_buf[pos] = '\0'; // an unfinished line comes without its end
+        if (pos == 0)
             continue;
-        handle_sms_at(msg, &pos, &hcmgr_flag);
+        line_texts texts = look_for_texts(line_buf, pos);
+        if (texts.message_head) {
+            handle_sms_at(msg, &pos, &hcmgr_flag);
+            texts = look_for_texts(line_buf, pos); // the joined line's
+        }
         trace(PROGRESS, "data from usb  = ***,and at_match_str  = <%s>,pos = %d!\n", match,
               static_cast<int>(pos));
-        if (take_line(*msg, match, pos) == END_OF_PASS)
+        if (take_line(*msg, match, texts, pos) == END_OF_PASS)
             return 0;
     }
 }

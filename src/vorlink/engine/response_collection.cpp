@@ -17,11 +17,12 @@ void collection_append(const char *text, uint32_t n)
 
 void line_clear()
 {
-    memset(line_buf, 0, sizeof line_buf);
+    line_buf[0] = '\0';
 }
 
 void line_put_back_end(uint32_t length)
 {
     line_buf[length] = '\r';
     line_buf[length + 1] = '\n';
+    line_buf[length + 2] = '\0';
 }

@@ -7,7 +7,7 @@
 
 #include "at_cmd_msg.h"
 
-/// The line, terminated. A chunk holds at most 1499 bytes of it; the classification may put back two CR LF pairs.
+/// The line, terminated; nothing behind its terminator means anything. A chunk holds at most 1499 bytes of it; the classification may put back two CR LF pairs.
 inline constexpr std::size_t LINE_BUF_SIZE = MAX_ATCMD_REPORT_SIZE + 4;
 extern char line_buf[LINE_BUF_SIZE];
 
@@ -18,10 +18,10 @@ extern uint32_t nas_response_legth;                  ///< its length; above 1500
 /// same, so that the overflow shows at the next line.
 void collection_append(const char *text, uint32_t n);
 
-/// Zeroes the line buffer.
+/// Empties the line.
 void line_clear();
 
-/// Puts CR LF at the end of a line of length bytes. length is at most LINE_BUF_SIZE - 2.
+/// Puts CR LF at the end of a line of length bytes. length is at most LINE_BUF_SIZE - 3.
 void line_put_back_end(uint32_t length);
 
 #endif

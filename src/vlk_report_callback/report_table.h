@@ -1,13 +1,18 @@
-#include "vlk_report_table.h"
+// The table of unsolicited result codes. Here, and not in a source file, for what is built from it at compile time.
+#ifndef REPORT_TABLE_H
+#define REPORT_TABLE_H
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 
 #include "custom/ovel/ovel_common_vlk_report_callback.h"
 #include "report_callbacks.h"
 #include "report_targets.h"
+#include "vlk_report_table.h"
 
-constexpr std::array<vlk_report_row, VLK_REPORT_ROWS + 1> vlk_report_table = {{
+/// The rows in the order in which they are searched, and the row that ends them.
+inline constexpr std::array<vlk_report_row, VLK_REPORT_ROWS + 1> vlk_report_table = {{
     {REPORT_CMTI, "+CMTI", sms_index_report_callback},
     {REPORT_CMT, "+CMT", sms_content_report_callback},
     {REPORT_CDSI, "+CDSI", sms_index_report_callback},
@@ -89,7 +94,7 @@ constexpr std::array<vlk_report_row, VLK_REPORT_ROWS + 1> vlk_report_table = {{
     {123, nullptr, nullptr},
 }};
 
-namespace
+namespace report_table_check
 {
 
 /// The pairs of an earlier and a later row that may have a hidden prefix, because nothing is lost by it.
@@ -123,4 +128,6 @@ static_assert(ends_the_table(vlk_report_table.back()) && vlk_report_table.back()
               vlk_report_table.back().callback == nullptr);
 static_assert(later_rows_are_reached());
 
-} // namespace
+} // namespace report_table_check
+
+#endif

@@ -1,0 +1,132 @@
+// Two tables, built from the lists of texts at compile time: which two bytes texts begin with, and which texts begin
+// with four bytes. A line is walked once by the first; where it says that a text may begin, the second names the few
+// that are compared.
+#include "line_texts.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "vlk_register.h"
+#include "vlk_report_callback/report_table.h"
+
+namespace
+{
+
+// The texts by number: the rows of the report table, then the heads, then the card states.
+constexpr std::size_t HEADS = VLK_REPORT_ROWS;
+constexpr std::size_t CARD_STATES = HEADS + MESSAGE_HEADS.size();
+constexpr std::size_t TEXTS = CARD_STATES + vlk_card_state_texts.size();
+
+constexpr std::array<std::string_view, TEXTS> list_texts()
+{
+    std::array<std::string_view, TEXTS> list;
+    for (std::size_t row = 0; row < VLK_REPORT_ROWS; ++row)
+        list[row] = vlk_report_table[row].prefix;
+    std::copy(MESSAGE_HEADS.begin(), MESSAGE_HEADS.end(), &list[HEADS]);
+    std::copy(vlk_card_state_texts.begin(), vlk_card_state_texts.end(), &list[CARD_STATES]);
+    return list;
+}
+
+constexpr std::array<std::string_view, TEXTS> LIST = list_texts();
+
+constexpr unsigned char byte_of(char c)
+{
+    return static_cast<unsigned char>(c);
+}
+
+constexpr std::size_t BEGINNING = 4; // bytes; no text is shorter
+static_assert(std::ranges::none_of(LIST, [](std::string_view text) { return text.size() < BEGINNING; }));
+
+/// Where in a line a text may begin, judged by two bytes: one of those with which texts begin, and behind it one that
+/// stands second in such a text. Each first byte has a bit of its own. A NUL, which ends the line, counts as one.
+struct first_two_bytes {
+    std::array<uint8_t, 256> first{};
+    std::array<uint8_t, 256> second{};
+
+    constexpr first_two_bytes()
+    {
+        first[0] = 1;
+        second.fill(1);
+        unsigned bit = 2;
+        for (const std::string_view text : LIST) {
+            uint8_t &bits = first[byte_of(text[0])];
+            if (bits == 0) {
+                bits = static_cast<uint8_t>(bit);
+                bit <<= 1;
+            }
+            second[byte_of(text[1])] |= bits;
+        }
+    }
+
+    bool fit(const char *at) const { return (first[byte_of(at[0])] & second[byte_of(at[1])]) != 0; }
+
+    /// The first place in [at, end) where they fit, none before end when there is none. Up to end[3] is read.
+    const char *find(const char *at, const char *end) const
+    {
+        while (at < end && !(fit(at) | fit(at + 1) | fit(at + 2) | fit(at + 3)))
+            at += 4;
+        while (at < end && !fit(at))
+            ++at;
+        return at;
+    }
+};
+
+/// The texts by their first four bytes.
+struct text_buckets {
+    static constexpr std::size_t BUCKETS = 256;
+    static constexpr uint8_t NONE = 255;
+    static_assert(TEXTS <= NONE);
+
+    std::array<uint8_t, BUCKETS> first{}; // by bucket: a text
+    std::array<uint8_t, TEXTS> next{};    // by text: another one in the same bucket
+
+    constexpr text_buckets()
+    {
+        first.fill(NONE);
+        for (std::size_t text = 0; text < TEXTS; ++text) {
+            uint8_t &head = first[bucket_of(LIST[text].data())];
+            next[text] = head;
+            head = static_cast<uint8_t>(text);
+        }
+    }
+
+    static constexpr std::size_t bucket_of(const char *text)
+    {
+        const uint32_t beginning = static_cast<uint32_t>(byte_of(text[0])) << 24 |
+                                   static_cast<uint32_t>(byte_of(text[1])) << 16 |
+                                   static_cast<uint32_t>(byte_of(text[2])) << 8 | byte_of(text[3]);
+        return (beginning * 2654435769U) >> 24; // multiplied by 2^32 over the golden ratio
+    }
+};
+
+constexpr first_two_bytes FIRST_TWO;
+constexpr text_buckets BY_BEGINNING;
+
+} // namespace
+
+line_texts look_for_texts(const char *line, std::size_t length)
+{
+    line_texts found;
+    if (length < BEGINNING)
+        return found;
+    const char *const end = line + length - BEGINNING + 1; // of the places where a text may begin
+    std::size_t row = VLK_REPORT_ROWS;
+    for (const char *at = line; at < end && *at != '\0'; at = FIRST_TWO.find(at + 1, end)) {
+        for (std::size_t text = BY_BEGINNING.first[BY_BEGINNING.bucket_of(at)]; text != BY_BEGINNING.NONE;
+             text = BY_BEGINNING.next[text]) {
+            if (strncmp(at, LIST[text].data(), LIST[text].size()) != 0)
+                continue;
+            if (text < HEADS)
+                row = std::min(row, text);
+            else if (text < CARD_STATES)
+                found.message_head = true;
+            else
+                found.card_state = true;
+        }
+    }
+    if (row != VLK_REPORT_ROWS)
+        found.report = &vlk_report_table[row];
+    return found;
+}
