@@ -1,0 +1,465 @@
+// What a command costs that a client process sends through the real daemon to a modem that answers at once, beside
+// the same through bench/relay, the floor; commands per second, memory, time to start. bench/run calls it and removes
+// what it leaves. Prints lines of a name, a number and its unit.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <csignal>
+#include <fcntl.h>
+#include <sched.h>
+#include <sys/ipc.h>
+#include <sys/msg.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "host_wire.h"
+#include "vlk_client.h"
+#include "vlk_queues.h"
+
+namespace
+{
+
+using clock_type = std::chrono::steady_clock;
+
+constexpr char USAGE[] = R"(Usage: latency FOLDER BASE PART
+Started by bench/run, which says what the numbers mean. FOLDER: an empty one; BASE: a VLK_IPC_BASE, used up to BASE + 31
+PART:
+  pinned    microseconds a command, everything on one CPU, beside the floor
+  unpinned  the same on all CPUs
+  pty       through a pty in place of a socket, without the floor
+  clients   commands a second with 1, 4 and 16 client processes
+  memory    of the daemon after 10,000 and after 50,000 commands, KiB
+  start     milliseconds until the modem is ready
+)";
+
+constexpr int ROUNDS = 11;     ///< of each thing, in turns; results are medians over them
+constexpr int COMMANDS = 2000; ///< a round
+constexpr int32_t LIMIT_MS = 10'000;
+
+[[noreturn]] void fail(const char *what, const char *why)
+{
+    fprintf(stderr, "latency: %s: %s\n", what, why);
+    exit(EXIT_FAILURE); // children end with this process
+}
+
+void check(bool good, const char *what)
+{
+    if (!good)
+        fail(what, strerror(errno));
+}
+
+double microseconds_since(clock_type::time_point start)
+{
+    return std::chrono::duration<double, std::micro>(clock_type::now() - start).count();
+}
+
+/// The value that a share of them does not exceed.
+double quantile(std::vector<double> values, double share)
+{
+    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size()));
+    std::ranges::nth_element(values, at);
+    return *at;
+}
+
+double median(const std::vector<double> &values)
+{
+    return quantile(values, 0.5);
+}
+
+// ---- Processes
+
+/// A child process, which ends with this object or this process.
+class child
+{
+public:
+    template <typename Work>
+    explicit child(const Work &work) : pid(fork())
+    {
+        check(pid >= 0, "fork");
+        if (pid > 0)
+            return;
+        prctl(PR_SET_PDEATHSIG, SIGKILL);
+        work();
+        _exit(EXIT_FAILURE);
+    }
+    child(child &&other) noexcept : pid(std::exchange(other.pid, -1)) {}
+    child(const child &) = delete;
+    ~child()
+    {
+        if (pid > 0 && kill(pid, SIGKILL) == 0)
+            waitpid(pid, nullptr, 0);
+    }
+
+    void wait_for_success()
+    {
+        int status = 0;
+        waitpid(std::exchange(pid, -1), &status, 0);
+        if (status != 0)
+            fail("a client", "it failed");
+    }
+
+    pid_t pid;
+};
+
+/// Where a server is, daemon or relay, and what it is told.
+struct place {
+    std::string folder;
+    uint32_t base;
+    std::string device;
+};
+
+child start_server(const char *program, const place &where)
+{
+    return child([&] {
+        setenv("VLK_RUNTIME_DIR", (where.folder + "/run").c_str(), 1);
+        setenv("VLK_IPC_BASE", std::to_string(where.base).c_str(), 1);
+        setenv("VLK_AT_DEVICE", where.device.c_str(), 1);
+        execl(program, program, nullptr);
+        perror(program);
+    });
+}
+
+void pin_to_last_cpu()
+{
+    cpu_set_t cpus;
+    check(sched_getaffinity(0, sizeof cpus, &cpus) == 0, "sched_getaffinity");
+    std::size_t last = CPU_SETSIZE - 1;
+    while (!CPU_ISSET(last, &cpus))
+        --last;
+    CPU_ZERO(&cpus);
+    CPU_SET(last, &cpus);
+    check(sched_setaffinity(0, sizeof cpus, &cpus) == 0, "sched_setaffinity");
+}
+
+// ---- The modem: answers every line at once
+
+void answer_lines(int fd)
+{
+    constexpr std::string_view answer = "\r\n+CSQ: 20,99\r\n\r\nOK\r\n";
+    std::array<char, 4096> bytes;
+    for (;;) {
+        const ssize_t count = read(fd, bytes.data(), bytes.size());
+        if (count <= 0)
+            return;
+        for (auto lines = std::count(bytes.begin(), bytes.begin() + count, '\r'); lines > 0; --lines)
+            check(write(fd, answer.data(), answer.size()) > 0, "the modem's answer");
+    }
+}
+
+child start_modem_on_socket(const std::string &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    unlink(path.c_str());
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    check(bind(listener, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 &&
+              listen(listener, 8) == 0,
+          path.c_str());
+    child modem([listener] {
+        signal(SIGCHLD, SIG_IGN);
+        for (int fd = 0; (fd = accept(listener, nullptr, nullptr)) >= 0; close(fd)) {
+            if (fork() == 0) {
+                prctl(PR_SET_PDEATHSIG, SIGKILL);
+                answer_lines(fd);
+                _exit(EXIT_SUCCESS);
+            }
+        }
+    });
+    close(listener);
+    return modem;
+}
+
+/// Writes the path of its other end to path.
+child start_modem_on_pty(std::string *path)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    check(master >= 0 && grantpt(master) == 0 && unlockpt(master) == 0, "a pty");
+    *path = ptsname(master);
+    const int slave = open(path->c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC); // held, so that it never hangs up
+    termios settings{};
+    check(tcgetattr(slave, &settings) == 0, path->c_str());
+    cfmakeraw(&settings);
+    tcsetattr(slave, TCSANOW, &settings);
+    child modem([master] { answer_lines(master); });
+    close(slave);
+    close(master);
+    return modem;
+}
+
+// ---- Clients
+
+/// Returns the daemon's runtime folder, once the modem is ready.
+std::string wait_until_ready(const place &where)
+{
+    std::string folder = where.folder + "/run";
+    const vlk_place at{folder.c_str(), where.base};
+    vlk_status status{};
+    while (vlk_get_status(&at, &status) != VLK_OK || status.modem != VLK_MODEM_READY)
+        usleep(100);
+    return folder;
+}
+
+/// A client of the daemon.
+class daemon_client
+{
+public:
+    explicit daemon_client(const place &where)
+    {
+        const std::string folder = wait_until_ready(where);
+        const vlk_place at{folder.c_str(), where.base};
+        if (vlk_open(&client, &at) != VLK_OK)
+            fail("vlk_open", vlk_last_error());
+        vlk_fill_command(&request, "AT+CSQ", "+CSQ:", VLK_PLAIN, 5);
+    }
+    daemon_client(const daemon_client &) = delete;
+    ~daemon_client() { vlk_close(client); }
+
+    void exchange()
+    {
+        if (vlk_exchange(client, &request, &reply, LIMIT_MS) != VLK_OK)
+            fail("vlk_exchange", vlk_last_error());
+        if (reply.snd_rcv_msg.ret_val != AT_OK)
+            fail("the daemon's answer", vlk_final_result(reply.snd_rcv_msg.ret_val));
+    }
+
+private:
+    vlk_client *client = nullptr;
+    at_cmd_msg request{};
+    at_cmd_msg reply{};
+};
+
+/// A client of the relay: the two system calls that an exchange needs.
+class relay_client
+{
+public:
+    explicit relay_client(const place &where)
+        : requests(find_queue(where, VLK_QUEUE_CLIENT_REQUEST)),
+          replies(find_queue(where, VLK_QUEUE_CLIENT_REPLY))
+    {
+        message.record.Id = getpid();
+        strcpy(message.record.snd_rcv_msg.cmd, "AT+CSQ");
+    }
+
+    void exchange()
+    {
+        message.type = HOST_REQUEST_TYPE;
+        check(msgsnd(requests, &message, sizeof message.record, 0) == 0, "msgsnd");
+        host_queue_message reply;
+        check(msgrcv(replies, &reply, sizeof reply.record, message.record.Id, 0) == sizeof reply.record,
+              "msgrcv");
+    }
+
+private:
+    /// Waits until the relay has made it.
+    static int find_queue(const place &where, uint32_t key)
+    {
+        int id = -1;
+        while ((id = msgget(static_cast<key_t>(where.base + key), 0)) < 0)
+            usleep(1000);
+        return id;
+    }
+
+    int requests;
+    int replies;
+    host_queue_message message{};
+};
+
+// ---- The parts
+
+struct round_trip {
+    std::vector<double> medians;
+    std::vector<double> slowest; ///< 99th percentiles
+};
+
+template <typename Client>
+void measure_round(Client &client, round_trip &result)
+{
+    std::vector<double> times;
+    for (int i = 0; i < COMMANDS; ++i) {
+        const auto start = clock_type::now();
+        client.exchange();
+        times.push_back(microseconds_since(start));
+    }
+    result.medians.push_back(quantile(times, 0.5));
+    result.slowest.push_back(quantile(times, 0.99));
+}
+
+void print_round_trip(const std::string &name, const round_trip &result)
+{
+    printf("%s/median %.2f us\n%s/99th %.2f us\n", name.c_str(), median(result.medians), name.c_str(),
+           median(result.slowest));
+}
+
+/// The median over the rounds of how many times its floor a round of the daemon took.
+double ratio(const std::vector<double> &daemon, const std::vector<double> &floor)
+{
+    std::vector<double> ratios;
+    std::ranges::transform(daemon, floor, std::back_inserter(ratios), std::divides());
+    return median(ratios);
+}
+
+void measure_round_trips(const std::string &part, const place &daemon_place)
+{
+    const place relay_place{daemon_place.folder, daemon_place.base + 16, daemon_place.device};
+    const child modem = start_modem_on_socket(daemon_place.device);
+    const child daemon = start_server(VORLINK, daemon_place);
+    const child relay = start_server(RELAY, relay_place);
+    daemon_client to_daemon(daemon_place);
+    relay_client to_relay(relay_place);
+
+    round_trip warm_up, through_daemon, through_relay;
+    measure_round(to_daemon, warm_up);
+    measure_round(to_relay, warm_up);
+    for (int round = 0; round < ROUNDS; ++round) {
+        measure_round(to_daemon, through_daemon);
+        measure_round(to_relay, through_relay);
+    }
+    print_round_trip("command/" + part, through_daemon);
+    print_round_trip("command_floor/" + part, through_relay);
+    printf("command_ratio/%s/median %.2f x\n", part.c_str(),
+           ratio(through_daemon.medians, through_relay.medians));
+    printf("command_ratio/%s/99th %.2f x\n", part.c_str(),
+           ratio(through_daemon.slowest, through_relay.slowest));
+}
+
+void measure_pty(place where)
+{
+    const child modem = start_modem_on_pty(&where.device);
+    const child daemon = start_server(VORLINK, where);
+    daemon_client client(where);
+    round_trip warm_up, result;
+    measure_round(client, warm_up);
+    for (int round = 0; round < ROUNDS; ++round)
+        measure_round(client, result);
+    print_round_trip("command/pty", result);
+}
+
+/// Commands a second of that many clients, which start together.
+double measure_clients(int clients, const place &where)
+{
+    constexpr int ALL_COMMANDS = 8000;
+    std::array<int, 2> gate{};
+    check(pipe(gate.data()) == 0, "pipe");
+    std::array<int, 2> arrivals{};
+    check(pipe(arrivals.data()) == 0, "pipe");
+    std::vector<child> all;
+    char byte = 0;
+    for (int i = 0; i < clients; ++i) {
+        all.emplace_back([&] {
+            close(gate[1]);
+            daemon_client client(where);
+            client.exchange();
+            check(write(arrivals[1], &byte, 1) == 1, "pipe");
+            check(read(gate[0], &byte, 1) == 0, "pipe"); // until it opens
+            for (int k = 0; k < ALL_COMMANDS / clients; ++k)
+                client.exchange();
+            _exit(EXIT_SUCCESS);
+        });
+    }
+    for (int i = 0; i < clients; ++i)
+        check(read(arrivals[0], &byte, 1) == 1, "pipe");
+    const auto start = clock_type::now();
+    close(gate[1]); // opens it
+    for (child &client : all)
+        client.wait_for_success();
+    const double seconds = microseconds_since(start) / 1e6;
+    for (const int fd : {gate[0], arrivals[0], arrivals[1]})
+        close(fd);
+    return ALL_COMMANDS / seconds;
+}
+
+void measure_throughput(const place &where)
+{
+    const child modem = start_modem_on_socket(where.device);
+    const child daemon = start_server(VORLINK, where);
+    constexpr std::array<int, 3> CLIENTS = {1, 4, 16};
+    std::array<std::vector<double>, CLIENTS.size()> rates;
+    measure_clients(1, where);
+    for (int round = 0; round < ROUNDS; ++round) {
+        for (std::size_t i = 0; i < CLIENTS.size(); ++i)
+            rates[i].push_back(measure_clients(CLIENTS[i], where));
+    }
+    for (std::size_t i = 0; i < CLIENTS.size(); ++i)
+        printf("clients/%d %.0f /s\n", CLIENTS[i], median(rates[i]));
+    printf("clients_ratio/16_to_4 %.2f x\n", ratio(rates[2], rates[1]));
+}
+
+void print_memory(pid_t pid, const char *when)
+{
+    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+    for (std::string name; status >> name; status.ignore(1000, '\n')) {
+        long size = 0;
+        if (name == "VmRSS:" && status >> size)
+            printf("memory/resident/%s %ld KiB\n", when, size);
+        else if (name == "RssAnon:" && status >> size)
+            printf("memory/anonymous/%s %ld KiB\n", when, size);
+    }
+}
+
+void measure_memory(const place &where)
+{
+    const child modem = start_modem_on_socket(where.device);
+    const child daemon = start_server(VORLINK, where);
+    daemon_client client(where);
+    for (int command = 1; command <= 50'000; ++command) {
+        client.exchange();
+        if (command == 10'000)
+            print_memory(daemon.pid, "10000_commands");
+    }
+    print_memory(daemon.pid, "50000_commands");
+}
+
+void measure_start(const place &where)
+{
+    const child modem = start_modem_on_socket(where.device);
+    std::vector<double> times;
+    for (int i = 0; i < 20; ++i) {
+        const auto start = clock_type::now();
+        const child daemon = start_server(VORLINK, where);
+        wait_until_ready(where);
+        times.push_back(microseconds_since(start) / 1000);
+    }
+    printf("start %.2f ms\n", median(times));
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    if (argc != 4) {
+        fputs(USAGE, stderr);
+        return 2;
+    }
+    const std::string folder = argv[1];
+    const place where{folder, static_cast<uint32_t>(strtoul(argv[2], nullptr, 0)), folder + "/modem"};
+    const std::string part = argv[3];
+    if (part == "pinned")
+        pin_to_last_cpu();
+    if (part == "pinned" || part == "unpinned")
+        measure_round_trips(part, where);
+    else if (part == "pty")
+        measure_pty(where);
+    else if (part == "clients")
+        measure_throughput(where);
+    else if (part == "memory")
+        measure_memory(where);
+    else if (part == "start")
+        measure_start(where);
+    else
+        fail(argv[3], "no such part");
+    return EXIT_SUCCESS;
+}
