@@ -52,7 +52,8 @@ void give_number_back(int number)
     g_numbers[at / 64] &= ~(uint64_t{1} << at % 64);
 }
 
-/// A start that differs between processes, so that nobody takes a reply to an earlier process with the same id.
+/// A start that differs between clients, so that nobody takes a reply to an earlier client with the same Id: one of
+/// this process that was closed too early, or of a process with the same number.
 uint32_t first_seq()
 {
     uint32_t seq = 0;
@@ -111,12 +112,14 @@ void drop_replies(vlk_client &client)
 }
 
 /// Sleeps until the word is no longer `seen`, at most for a second. VLK_OK: look again.
-int sleep_on(const vlk_client &client, const std::atomic<uint32_t> &word, uint32_t seen, int64_t deadline)
+int sleep_on(const vlk_client &client, const std::atomic<uint32_t> &word, uint32_t seen, int64_t deadline,
+             uint32_t who = FUTEX_EVERYBODY)
 {
     if (deadline != NO_DEADLINE && monotonic_ns() >= deadline)
         return VLK_TIMEOUT;
     const int64_t check = deadline_after(LIFE_CHECK_MS);
-    const bool woken = futex_wait(word, seen, deadline == NO_DEADLINE ? check : std::min(deadline, check));
+    const bool woken =
+        futex_wait(word, seen, deadline == NO_DEADLINE ? check : std::min(deadline, check), who);
     if (!woken && !client.page.alive())
         return fail(VLK_NOT_RUNNING, "the daemon in %s has ended; the request is lost",
                     client.page.paths().folder);
@@ -145,13 +148,15 @@ int send_before(vlk_client &client, at_cmd_msg *request, int64_t deadline)
     request->Id = client.id();
     request->seq = ++client.seq;
     const host_queue_message message{HOST_REQUEST_TYPE, *request};
-    for (;;) {
-        const uint32_t seen = client.page->requests.load(std::memory_order_acquire);
+    for (bool again = false;; again = true) {
+        const uint32_t seen = client.page->requests;
         if (msgsnd(client.requests, &message, sizeof message.record, IPC_NOWAIT) == 0)
             break;
         if (errno != EAGAIN)
             return client.page.explain_queue_failure(errno);
-        announce_request(client); // those who filled the queue may have died before they could
+        client.page->room_wanted = 1;
+        if (again)
+            announce_request(client); // those who filled the queue may have died before they could
         const int result = sleep_on(client, client.page->requests, seen, deadline);
         if (result == VLK_TIMEOUT)
             return fail(VLK_TIMEOUT, "the daemon's request queue stayed full (modem: %s)",
@@ -173,15 +178,17 @@ int wait_before(vlk_client &client, uint32_t seq, at_cmd_msg *reply, int64_t dea
             return failed;
         if (client.holds) {
             const auto ahead = static_cast<int32_t>(client.held.seq - seq);
-            if (ahead > 0)
+            const bool is_foreign = static_cast<int32_t>(client.held.seq - client.seq) > 0; // see first_seq
+            if (ahead > 0 && !is_foreign)
                 return fail(VLK_TIMEOUT, "the request was not answered, but a later one was");
             client.holds = false;
-            if (ahead < 0)
+            if (ahead != 0)
                 continue;
             *reply = client.held;
             return VLK_OK;
         }
-        const int result = sleep_on(client, client.page->replies, seen, deadline);
+        const int result =
+            sleep_on(client, client.page->replies, seen, deadline, host_reply_waiter(client.id()));
         if (result == VLK_TIMEOUT)
             return fail(VLK_TIMEOUT, "no reply in time (modem: %s)", vlk_modem_text(client.page->modem));
         if (result != VLK_OK)

@@ -46,7 +46,7 @@ bool at_is_final_result(std::string_view line);
 class at_framing
 {
 public:
-    explicit at_framing(at_framing_sink &receiver) : sink(receiver) {}
+    constexpr explicit at_framing(at_framing_sink &receiver) : sink(receiver) {}
 
     /// Takes bytes as they were read at now_ms (monotonic milliseconds). Delivers everything up to the last complete
     /// line, or prompt, before it returns; lines before an awaited prompt wait for it.

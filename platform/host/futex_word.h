@@ -28,9 +28,13 @@ inline int64_t deadline_after(int32_t wait_ms)
     return wait_ms < 0 ? NO_DEADLINE : monotonic_ns() + int64_t{wait_ms} * 1'000'000;
 }
 
+/// Who is meant on a word: sleepers and wake-ups with a bit in common.
+inline constexpr uint32_t FUTEX_EVERYBODY = FUTEX_BITSET_MATCH_ANY;
+
 /// Sleeps while the word holds `expected`, until it is woken or the deadline passes. May return early: look at the
 /// word again. False when the deadline has passed.
-inline bool futex_wait(const std::atomic<uint32_t> &word, uint32_t expected, int64_t deadline)
+inline bool futex_wait(const std::atomic<uint32_t> &word, uint32_t expected, int64_t deadline,
+                       uint32_t who = FUTEX_EVERYBODY)
 {
     struct {
         long seconds; // as the system call wants them, whatever the width of time_t
@@ -38,21 +42,27 @@ inline bool futex_wait(const std::atomic<uint32_t> &word, uint32_t expected, int
     } const until{static_cast<long>(deadline / 1'000'000'000), static_cast<long>(deadline % 1'000'000'000)};
 
     const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET, expected,
-                                deadline == NO_DEADLINE ? nullptr : &until, nullptr, FUTEX_BITSET_MATCH_ANY);
+                                deadline == NO_DEADLINE ? nullptr : &until, nullptr, who);
     return result == 0 || errno != ETIMEDOUT;
 }
 
-/// Wakes everybody who waits on the word. Everybody, because a process that has no business there may wait too.
-inline void futex_wake(const std::atomic<uint32_t> &word)
+/// Wakes all of them who wait on the word. All, because a process that has no business there may wait too.
+inline void futex_wake(const std::atomic<uint32_t> &word, uint32_t who = FUTEX_EVERYBODY)
 {
-    syscall(SYS_futex, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
+    syscall(SYS_futex, &word, FUTEX_WAKE_BITSET, INT_MAX, nullptr, nullptr, who);
 }
 
-/// Counts one more on the word and wakes everybody who waits on it.
-inline void futex_count(std::atomic<uint32_t> &word)
+/// Wakes the one who has waited longest. False when nobody waits.
+inline bool futex_wake_one(const std::atomic<uint32_t> &word)
 {
-    word.fetch_add(1, std::memory_order_release);
-    futex_wake(word);
+    return syscall(SYS_futex, &word, FUTEX_WAKE, 1, nullptr, nullptr, 0) > 0;
+}
+
+/// Counts one more on the word and wakes all of them who wait on it.
+inline void futex_count(std::atomic<uint32_t> &word, uint32_t who = FUTEX_EVERYBODY)
+{
+    word.fetch_add(1);
+    futex_wake(word, who);
 }
 
 #endif

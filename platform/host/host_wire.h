@@ -42,9 +42,10 @@ struct host_page {
     std::atomic<uint32_t> events; ///< raised event bits of the daemon's main thread
     std::atomic<uint32_t>
         requests; ///< count of requests that the daemon took: a full request queue has room again
-    std::atomic<uint32_t> replies; ///< count of replies that the daemon queued
+    std::atomic<uint32_t> replies;     ///< count of replies that the daemon queued
+    std::atomic<uint32_t> room_wanted; ///< not 0: clients sleep on `requests`; takes wake them one by one
 };
-static_assert(sizeof(host_page) == 28 && std::atomic<uint32_t>::is_always_lock_free);
+static_assert(sizeof(host_page) == 32 && std::atomic<uint32_t>::is_always_lock_free);
 
 // ---- Messages of the extended queues: a positive type and the whole record. A request's type is HOST_REQUEST_TYPE,
 // a reply's type is the record's Id, so a client takes exactly its own.
@@ -58,6 +59,13 @@ struct host_queue_message {
     long type;
     at_cmd_msg record;
 };
+
+/// Who sleeps on `replies` for a reply to this Id, as futexes take it: few clients share a bit.
+inline constexpr uint32_t host_reply_waiter(int32_t id)
+{
+    const auto bits = static_cast<uint32_t>(id);
+    return 1U << ((bits ^ bits >> HOST_ID_PID_BITS) % 32);
+}
 
 // ---- The hub: a Unix SOCK_SEQPACKET socket. One packet is a header and `length` bytes of data.
 

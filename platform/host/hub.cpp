@@ -32,7 +32,8 @@ constexpr int32_t FAULT_SERIES_S = 60;  // faults closer together are one series
 constexpr int ACCEPT_PAUSE_MS = 100;    // while there are no descriptors
 
 struct listener {
-    int fd = -1;
+    bool connected = false; // all zero when not, so that unused ones take no memory
+    int fd = 0;
     bool takes_all = false;
     size_t module_count = 0;
     size_t name_count = 0;
@@ -192,7 +193,7 @@ bool accept_listener()
     const int fd = accept4(hub_fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
     if (fd < 0)
         return errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
-    const auto room = std::ranges::find(listeners, -1, &listener::fd);
+    const auto room = std::ranges::find(listeners, false, &listener::connected);
     if (room == listeners.end()) {
         if (!refusing)
             HUB_TRACE(2, "services are refused: %d are connected already", LISTENERS_MAX);
@@ -203,6 +204,7 @@ bool accept_listener()
     refusing = false;
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
     const std::scoped_lock lock(listeners_mutex);
+    room->connected = true;
     room->fd = fd;
     ++listener_count;
     return true;
@@ -217,7 +219,7 @@ bool serve_once(bool can_accept)
     std::array<listener *, LISTENERS_MAX> owners{};
     size_t count = 0;
     for (listener &who : listeners) {
-        if (who.fd < 0)
+        if (!who.connected)
             continue;
         owners[count] = &who;
         inputs[count++] = {who.fd, POLLIN, 0};
@@ -315,7 +317,7 @@ int hub_post(const host_packet &header, const void *data)
         return 0;
     const std::scoped_lock lock(listeners_mutex);
     for (listener &who : listeners)
-        if (who.fd >= 0 && takes(who, header))
+        if (who.connected && takes(who, header))
             send_packet(who, header, data);
     return 0;
 }

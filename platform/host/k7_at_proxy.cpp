@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <mutex>
 #include <string_view>
@@ -20,6 +18,7 @@
 
 #include "at_device.h"
 #include "at_framing.h"
+#include "host_condition.h"
 #include "host_start.h"
 #include "qep_trace.h"
 #include "vlk_task.h"
@@ -28,11 +27,9 @@
 
 namespace
 {
-using std::chrono::milliseconds;
-
-constexpr milliseconds REGISTRATION_WAIT{900}; // the daemon asks again once a second
-constexpr int64_t RETRY_MS = 1000;             // until the next try to open the device or to get an answer
-constexpr int64_t SETTLE_MS = 300;             // for answers to earlier tries, once one has come
+constexpr int REGISTRATION_WAIT_MS = 900; // the daemon asks again once a second
+constexpr int64_t RETRY_MS = 1000;        // until the next try to open the device or to get an answer
+constexpr int64_t SETTLE_MS = 300;        // for answers to earlier tries, and for the end of a lost command
 constexpr int SEND_LIMIT_MS = 2000;
 constexpr int ECHO_OFF_LIMIT_MS = 200;
 constexpr int REFUSALS_ACCEPTED = 3;
@@ -49,8 +46,7 @@ constexpr const char *prompting_commands[] = {"AT+CMGS=", "AT+CMGW=", "AT^HCMGS=
 
 int64_t now_ms()
 {
-    const auto now = std::chrono::steady_clock::now().time_since_epoch();
-    return std::chrono::duration_cast<milliseconds>(now).count();
+    return monotonic_ns() / 1'000'000;
 }
 
 /// The echo of a line, without what may or may not be echoed at its end.
@@ -102,6 +98,8 @@ struct echo_off_state {
     bool escape = false; ///< the modem waits for a text that an earlier program began
     int64_t ask_at = 0;
     int64_t settled_at = -1; ///< -1: no answer yet
+    int64_t not_before =
+        0; ///< until then the daemon takes the end of a lost command, so that no new one does
 };
 
 class at_proxy final : public at_framing_sink
@@ -129,7 +127,7 @@ private:
     void set_ready();
     bool wait_for_input(int64_t wait_ms);
     bool pass_on_input();
-    void end_lost_command();
+    bool end_lost_command();
     void note_end_of_command(std::string_view final_result);
     std::string_view without_noise(std::string_view text);
     void report_once(bool &reported, const char *what);
@@ -150,7 +148,7 @@ private:
 
     // Writing to the device; the reader alone opens and closes it.
     std::mutex device_mutex;
-    std::condition_variable ready_changed;
+    host_condition ready_changed;
     at_device device;
     std::atomic<bool> broken{false}; ///< a send left the modem in the middle of a line: start afresh
     sent_text last_sent;
@@ -169,16 +167,12 @@ private:
     bool reported_stray_result = false;
 };
 
-/// Lives until the process ends: its thread may still run when static objects are destroyed.
-at_proxy &proxy()
-{
-    static at_proxy &instance = *new at_proxy;
-    return instance;
-}
+constinit at_proxy proxy;
+static_assert(std::is_trivially_destructible_v<at_proxy>, "its thread may still run when the process ends");
 
 int send_to_modem(uint32_t channel, const char *text, uint16_t length)
 {
-    return text == nullptr ? -1 : proxy().send(channel, {text, length});
+    return text == nullptr ? -1 : proxy.send(channel, {text, length});
 }
 
 int at_proxy::register_client(uint32_t new_channel, k7_data_proc new_data_proc, k7_send_proc *send_proc)
@@ -193,7 +187,9 @@ int at_proxy::register_client(uint32_t new_channel, k7_data_proc new_data_proc, 
             return -1;
     }
     std::unique_lock lock(device_mutex);
-    if (ready_changed.wait_for(lock, REGISTRATION_WAIT, [this] { return ready.load(); })) {
+    const int64_t deadline = deadline_after(REGISTRATION_WAIT_MS);
+    while (!ready && ready_changed.wait(lock, deadline)) {}
+    if (ready) {
         handed_out = true;
         *send_proc = send_to_modem;
     }
@@ -329,9 +325,10 @@ void at_proxy::serve_device()
 {
     framing.reset();
     reported_noise = reported_nul = reported_stray_result = in_noise = prompt_due = false;
-    end_lost_command();
     echo_off = {};
     echo_off.ask_at = now_ms();
+    if (end_lost_command())
+        echo_off.not_before = now_ms() + SETTLE_MS;
     while (!stopping && !broken) {
         const int64_t now = now_ms();
         int64_t next = framing.due();
@@ -410,11 +407,13 @@ bool at_proxy::pass_on_input()
 }
 
 /// The modem that was to answer is gone: its command ends here, if it still waits, and what came of the answer does
-/// not become the start of the next one.
-void at_proxy::end_lost_command()
+/// not become the start of the next one. False when none was lost.
+bool at_proxy::end_lost_command()
 {
-    if (answer_due.exchange(false))
-        deliver(LOST_ANSWER);
+    if (!answer_due.exchange(false))
+        return false;
+    deliver(LOST_ANSWER);
+    return true;
 }
 
 /// Until the modem is ready the final results are answers to ATE0, and a prompt is the rest of an exchange that
@@ -447,7 +446,8 @@ bool at_proxy::swallow(std::string_view text)
     }
     if (echo_off.refused == REFUSALS_ACCEPTED)
         PROXY_TRACE(2, "the modem on %s refuses ATE0: its echo stays on", host_settings().device);
-    echo_off.settled_at = now_ms() + (echo_off.answered < echo_off.asked ? SETTLE_MS : 0);
+    const int64_t settled_at = now_ms() + (echo_off.answered < echo_off.asked ? SETTLE_MS : 0);
+    echo_off.settled_at = std::max(settled_at, echo_off.not_before);
     return true;
 }
 
@@ -514,11 +514,11 @@ void at_proxy::deliver(std::string_view text)
 
 int K7_APP_RegCallBack(uint32_t channel, k7_data_proc data_proc, k7_send_proc *send_proc)
 {
-    return proxy().register_client(channel, data_proc, send_proc);
+    return proxy.register_client(channel, data_proc, send_proc);
 }
 
 int K7_App_Ungister(void)
 {
-    proxy().unregister();
+    proxy.unregister();
     return 0;
 }

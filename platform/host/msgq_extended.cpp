@@ -1,12 +1,12 @@
 // Extended queues are System V message queues: key = base + queue key, id = the system's id. The kernel counts bytes,
 // so a queue is given room for exactly `capacity` records of the one size that travels here.
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
 #include <cstring>
-#include <new>
-#include <vector>
+#include <span>
 
 #include <csignal>
 #include <sys/ipc.h>
@@ -18,12 +18,16 @@
 #include "msgq_plain.h"
 #include "qep_trace.h"
 #include "vlk_msgq.h"
+#include "vlk_task.h"
 
 namespace
 {
 
 constexpr size_t RECORD_SIZE = sizeof(at_cmd_msg);
 constexpr uint32_t CAPACITY_MAX = 10'000; ///< far above what kernels allow, far below an overflow
+constexpr int32_t READER_WAIT_MS = 100;   ///< for clients that have a reply each to read them
+constexpr uint32_t OFFERS_OF_ROOM = 8;    ///< takes for each client that waits while the queue stays full
+constexpr int ATTEMPTS_MAX = 256;         ///< of one reply, however fast others fill the queue
 
 /// A message as it is taken: one byte of room more than a right one has, so that a longer one is recognised.
 struct taken_message {
@@ -118,54 +122,96 @@ int put(int32_t id, const host_queue_message *message)
     return msgsnd(id, message, RECORD_SIZE, IPC_NOWAIT);
 }
 
-using reply_list = std::vector<host_queue_message>;
-
-/// Takes all replies out and returns those whose client still lives, in their order.
-reply_list take_live_replies(int32_t id, msgqnum_t count)
+/// The clients whose replies wait, the oldest first: as many as there is room for. It looks without taking, so that a
+/// client that reads meanwhile finds its replies in their order. None when the kernel has no MSG_COPY
+/// (CONFIG_CHECKPOINT_RESTORE).
+std::span<long> waiting_clients(int32_t id, std::span<long> room)
 {
-    reply_list live;
-    taken_message taken;
-    for (; count > 0; --count) {
-        const ssize_t size = take(id, &taken, 0);
-        if (size < 0)
-            break;
-        if (size == static_cast<ssize_t>(RECORD_SIZE) && !is_client_gone(taken.message.type))
-            live.push_back(taken.message);
-    }
-    return live;
+    struct {
+        long type;
+        char text[8192]; // any message, as systems are set up
+    } copy;
+    size_t count = 0;
+    while (count < room.size() &&
+           msgrcv(id, &copy, sizeof copy.text, static_cast<long>(count), IPC_NOWAIT | MSG_COPY) >= 0)
+        room[count++] = copy.type;
+    return room.first(count);
 }
 
-/// Drops the oldest reply of the client that leaves the most of them unread, the next one counted: it holds up the
-/// others. Nothing when every client has one.
-void drop_reply_of_idle_client(reply_list &replies, long next)
+/// Drops the oldest reply of a client, the oldest of all for 0.
+void drop_reply(int32_t id, long client)
 {
+    taken_message dropped;
+    if (take(id, &dropped, client) >= 0)
+        QEP_TRACE_PrintInfo("vlk_msgq", __LINE__, 0, "host", 4,
+                            "A reply to client %ld is dropped: it does not read its replies.",
+                            dropped.message.type);
+}
+
+/// Makes room in a full reply queue for a reply to the client `next`: replies go whose client is gone, or else the
+/// oldest of the client that leaves the most unread, the next one counted. False when every client has but one.
+bool make_room(int32_t id, long next)
+{
+    std::array<long, 32> room;
+    const std::span<long> clients = waiting_clients(id, room);
+    const auto gone = std::ranges::partition(clients, [](long client) { return !is_client_gone(client); });
+    taken_message dropped;
+    for (const long client : gone)
+        take(id, &dropped, client);
+    if (!gone.empty())
+        return true;
     const auto unread = [&](long client) {
-        return std::ranges::count(replies, client, &host_queue_message::type) + (client == next ? 1 : 0);
+        return std::ranges::count(clients, client) + (client == next ? 1 : 0);
     };
-    const auto most = std::ranges::max_element(
-        replies, {}, [&](const host_queue_message &message) { return unread(message.type); });
-    if (most == replies.end() || unread(most->type) < 2)
-        return;
-    QEP_TRACE_PrintInfo("vlk_msgq", __LINE__, 0, "host", 4,
-                        "A reply to client %ld is dropped: it does not read its replies.", most->type);
-    replies.erase(most);
+    const auto most = std::ranges::max_element(clients, {}, unread);
+    if (most == clients.end() || unread(*most) < 2)
+        return false;
+    drop_reply(id, *most);
+    return true;
 }
 
-/// Makes room in a full reply queue for a reply to the client `next`: first replies go whose client is gone. A client
-/// that looks meanwhile finds nothing, sleeps on `replies` and is woken.
-void make_room(int32_t id, long next)
+/// Puts a reply into a queue that may be full. Clients that read their replies get the time to do so; then the oldest
+/// reply makes room, whosever it is. 0, or an errno value.
+int put_reply(int32_t id, const host_queue_message &message)
 {
+    const int64_t reader_deadline = deadline_after(READER_WAIT_MS);
+    for (int attempt = 0; attempt < ATTEMPTS_MAX; ++attempt) {
+        if (put(id, &message) == 0)
+            return 0;
+        if (errno != EAGAIN)
+            return errno;
+        if (make_room(id, message.type))
+            continue;
+        if (monotonic_ns() < reader_deadline)
+            VLK_sleep(1);
+        else
+            drop_reply(id, 0);
+    }
+    return EAGAIN;
+}
+
+/// A request was taken. The room is offered to a client that waits for it, but as a rule not while the queue stays all
+/// but full: a client that has just got its reply, and runs, takes it then without another wake-up.
+void tell_of_room(int32_t id)
+{
+    static std::atomic<uint32_t> takes{0};
+    host_page &page = *host_event_page();
+    ++page.requests;
+    if (page.room_wanted == 0)
+        return;
     msqid_ds state{};
     if (msgctl(id, IPC_STAT, &state) != 0)
+        state.msg_qnum = 0;
+    if (state.msg_qnum == 0) {
+        page.room_wanted = 0;
+        futex_wake(page.requests);
         return;
-    reply_list kept = take_live_replies(id, state.msg_qnum);
-    if (kept.size() == state.msg_qnum)
-        drop_reply_of_idle_client(kept, next);
-    for (const host_queue_message &message : kept)
-        if (put(id, &message) != 0)
-            QEP_TRACE_PrintInfo("vlk_msgq", __LINE__, 0, "host", 2, "The reply to client %ld is lost: %s.",
-                                message.type, strerror(errno));
-    futex_count(host_event_page()->replies);
+    }
+    if (++takes % OFFERS_OF_ROOM != 0 && state.__msg_cbytes + 2 * RECORD_SIZE > state.msg_qbytes)
+        return;
+    page.room_wanted = 0;
+    if (futex_wake_one(page.requests))
+        page.room_wanted = 1; // others may wait; a client that starts to do so sets it itself
 }
 
 } // namespace
@@ -223,7 +269,7 @@ int read_from_msgqueue(int32_t id, at_cmd_msg *record, int32_t which, int *retco
     const ssize_t size = take(id, &taken, which);
     if (size < 0)
         return failed(retcode, errno);
-    futex_count(host_event_page()->requests);
+    tell_of_room(id);
     if (size != static_cast<ssize_t>(RECORD_SIZE)) {
         QEP_TRACE_PrintInfo("vlk_msgq", __LINE__, 0, "host", 4,
                             "A client's record of %s than %zu bytes is dropped.",
@@ -241,13 +287,8 @@ int send_to_msgqueue(int32_t id, const at_cmd_msg *record, int *retcode)
     host_queue_message message;
     message.type = record->Id;
     message.record = *record;
-    if (put(id, &message) != 0) {
-        if (errno != EAGAIN)
-            return failed(retcode, errno);
-        make_room(id, message.type);
-        if (put(id, &message) != 0)
-            return failed(retcode, errno);
-    }
-    futex_count(host_event_page()->replies);
+    if (const int cause = put_reply(id, message); cause != 0)
+        return failed(retcode, cause);
+    futex_count(host_event_page()->replies, host_reply_waiter(record->Id));
     return 0;
 }

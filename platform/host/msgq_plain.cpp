@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <condition_variable>
+#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <mutex>
-#include <new>
 
+#include "host_condition.h"
 #include "vlk_msgq.h"
 
 namespace
@@ -21,17 +19,25 @@ constexpr uint32_t QUEUE_BYTES_MAX = 1024 * 1024U; ///< of one queue
 /// A ring of fixed slots, each as long as the longest record. Its memory is taken once.
 struct plain_queue {
     std::mutex lock; ///< of everything below
-    std::condition_variable filled;
+    host_condition filled;
     int32_t id = -1; ///< -1: not in use
     uint32_t key = 0;
     uint32_t capacity = 0;
     uint32_t record_size = 0;
     uint32_t first = 0; ///< slot of the oldest record
     uint32_t count = 0;
-    std::unique_ptr<uint32_t[]> lengths;
-    std::unique_ptr<uint8_t[]> records;
+    uint32_t *lengths = nullptr;
+    uint8_t *records = nullptr;
 
-    uint8_t *slot(uint32_t index) { return records.get() + size_t{index} * record_size; }
+    uint8_t *slot(uint32_t index) { return records + size_t{index} * record_size; }
+
+    void free_memory()
+    {
+        free(lengths);
+        free(records);
+        lengths = nullptr;
+        records = nullptr;
+    }
 
     void push(const void *record, uint32_t size)
     {
@@ -93,10 +99,12 @@ int32_t VLK_msgQ_create(uint32_t key, uint32_t capacity, uint32_t record_size)
         const std::lock_guard guard(queue.lock);
         if (queue.id >= 0)
             continue;
-        queue.lengths.reset(new (std::nothrow) uint32_t[capacity]);
-        queue.records.reset(new (std::nothrow) uint8_t[size_t{capacity} * record_size]);
-        if (queue.lengths == nullptr || queue.records == nullptr)
+        queue.lengths = static_cast<uint32_t *>(malloc(capacity * sizeof *queue.lengths));
+        queue.records = static_cast<uint8_t *>(malloc(size_t{capacity} * record_size));
+        if (queue.lengths == nullptr || queue.records == nullptr) {
+            queue.free_memory();
             return -1;
+        }
         queue.key = key;
         queue.capacity = capacity;
         queue.record_size = record_size;
@@ -117,8 +125,7 @@ int VLK_msgQ_delete(int32_t id)
     if (queue->id != id)
         return -1;
     queue->id = -1;
-    queue->lengths.reset();
-    queue->records.reset();
+    queue->free_memory();
     queue->filled.notify_all(); // whoever waits is refused
     return 0;
 }
@@ -143,7 +150,7 @@ int VLK_msgQ_send(int32_t id, const void *record, uint32_t size)
             return 0;
         queue->push(record, size);
     }
-    queue->filled.notify_one();
+    queue->filled.notify_all();
     return 1;
 }
 
@@ -153,10 +160,9 @@ int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms)
     if (queue == nullptr || record == nullptr)
         return -1;
     std::unique_lock guard(queue->lock);
-    const auto something = [&] { return queue->id != id || queue->count > 0; };
-    if (!something() && wait_ms > 0)
-        queue->filled.wait_until(guard, std::chrono::steady_clock::now() + std::chrono::milliseconds(wait_ms),
-                                 something);
+    const int64_t deadline = wait_ms > 0 ? deadline_after(wait_ms) : 0;
+    for (bool in_time = wait_ms > 0; in_time && queue->id == id && queue->count == 0;)
+        in_time = queue->filled.wait(guard, deadline);
     if (queue->id != id || queue->count == 0)
         return -1;
     return static_cast<int>(queue->pop(record, size));

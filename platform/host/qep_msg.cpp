@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstring>
 #include <mutex>
+#include <type_traits>
 
+#include "host_condition.h"
 #include "hub.h"
 #include "qep_trace.h"
 
@@ -27,34 +28,30 @@ constexpr std::ptrdiff_t WAITING_MAX = 4; // of one sender, so that nobody fills
 /// Messages on their way from the hub's thread to the bus thread.
 struct bus_queue {
     std::mutex mutex;
-    std::condition_variable filled;
-    std::array<bus_message, 16> messages;
+    host_condition filled;
+    std::array<bus_message, 16> messages{};
     size_t first = 0;
     size_t count = 0;
     bool refusing = false; ///< a message was refused since the last one was taken
 };
+static_assert(std::is_trivially_destructible_v<bus_queue>,
+              "the bus thread still waits in it when the process ends");
 
-/// Lives until the process ends: the bus thread still waits in it when static objects are destroyed.
-bus_queue &queue()
-{
-    static bus_queue &instance = *new bus_queue;
-    return instance;
-}
+constinit bus_queue bus;
 
 std::atomic<qep_msg_proc> message_proc{nullptr};
 
 void refuse(const host_packet &packet)
 {
-    if (!queue().refusing)
+    if (!bus.refusing)
         BUS_TRACE(4, "bus messages are refused, the first of type %u: too many of its sender wait",
                   packet.code);
-    queue().refusing = true;
+    bus.refusing = true;
 }
 
 /// Runs on the hub's thread.
 void queue_message(const host_packet *packet, const void *data, int sender)
 {
-    bus_queue &bus = queue();
     const std::scoped_lock lock(bus.mutex);
     if (bus.count == bus.messages.size() ||
         std::ranges::count(bus.messages, sender, &bus_message::sender) == WAITING_MAX)
@@ -67,14 +64,14 @@ void queue_message(const host_packet *packet, const void *data, int sender)
     memcpy(message.payload, data, packet->length);
     ++bus.count;
     bus.refusing = false;
-    bus.filled.notify_one();
+    bus.filled.notify_all();
 }
 
 void take_message(bus_message &message)
 {
-    bus_queue &bus = queue();
     std::unique_lock lock(bus.mutex);
-    bus.filled.wait(lock, [&bus] { return bus.count > 0; });
+    while (bus.count == 0)
+        bus.filled.wait(lock, NO_DEADLINE);
     bus_message &oldest = bus.messages[bus.first];
     message.header = oldest.header;
     memcpy(message.payload, oldest.payload, oldest.header.length);
@@ -116,7 +113,7 @@ int QEP_MSG_RegisterMsgProc(qep_msg_proc proc)
 
 int QEP_UTIL_SockBaseStart(int)
 {
-    static bus_message message;
+    static constinit bus_message message{};
     for (;;) {
         take_message(message);
         const qep_msg_proc proc = message_proc;

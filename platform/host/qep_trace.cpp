@@ -85,8 +85,7 @@ __attribute__((format(printf, 2, 0))) void format_text(char (&text)[TEXT_SIZE], 
 
 bool wants_colour()
 {
-    static const bool answer = isatty(STDERR_FILENO) == 1 && getenv("NO_COLOR") == nullptr;
-    return answer;
+    return isatty(STDERR_FILENO) == 1 && getenv("NO_COLOR") == nullptr;
 }
 
 void add_time(line_buffer &line)

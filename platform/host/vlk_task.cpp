@@ -14,6 +14,7 @@
 // processes can raise them.
 static std::atomic<int32_t> event_task{-1};
 static std::atomic<uint32_t> event_mask{0};
+static std::atomic<bool> owner_may_sleep{false}; // here, not in the page, where anybody could change it
 
 uintptr_t VLK_pthread_create(int, int, int, vlk_thread_proc proc, void *argument)
 {
@@ -48,10 +49,11 @@ int VLK_event_send(int32_t task, uint32_t events)
 {
     if (task != event_task || events == 0 || (events & ~event_mask) != 0)
         return -1;
-    // Always wakes: whoever raised the bit before may have died before it could.
+    // Wakes a sleeper also when the bit was raised: the client that raised it may have died before it could wake.
     std::atomic<uint32_t> &word = host_event_page()->events;
     word.fetch_or(events);
-    futex_wake(word);
+    if (owner_may_sleep)
+        futex_wake(word);
     return 0;
 }
 
@@ -69,7 +71,10 @@ int VLK_event_recv(uint32_t mask, int32_t wait_ms, uint32_t *events)
         }
         if (!in_time)
             return 0;
-        in_time = futex_wait(word, raised, deadline);
+        owner_may_sleep = true;
+        in_time = futex_wait(word, raised,
+                             deadline); // which returns when a bit was raised before `owner_may_sleep`
+        owner_may_sleep = false;
     }
 }
 

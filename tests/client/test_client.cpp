@@ -89,6 +89,8 @@ TEST_F(ClientTest, AReplyIsTakenByIdAndSeq)
 {
     ASSERT_EQ(vlk_send(client, &record, 0), VLK_OK);
     const at_cmd_msg request = daemon.take();
+    at_cmd_msg second = record;
+    ASSERT_EQ(vlk_send(client, &second, 0), VLK_OK);
     const auto answer = [&](const char *text, int32_t other_id, uint32_t seq) {
         at_cmd_msg reply = request;
         reply.Id += other_id;
@@ -96,6 +98,7 @@ TEST_F(ClientTest, AReplyIsTakenByIdAndSeq)
         daemon.answer(reply, text, AT_OK);
     };
     daemon.queue_reply(request, 100); // not a whole record: never for the caller
+    answer("to an earlier client with this Id", 0, record.seq + 2);
     answer("of another client", 1, record.seq);
     answer("stale", 0, record.seq - 1);
     answer("its own", 0, record.seq);
