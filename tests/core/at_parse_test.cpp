@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <memory>
 #include <string>
 
 #include "host/at_parse_status.h"
@@ -94,75 +92,6 @@ TEST(AtParse, BadArguments)
     EXPECT_EQ(ParseHfreqInfoResult(nullptr, nullptr), AT_PARSE_BAD_ARGUMENT);
     free_at_cmd(nullptr);
     HfreqInfoExFree(nullptr);
-}
-
-// Every line cut at every byte: in a heap block of exactly its size, where a sanitizer sees the first byte
-// too far, and before its own rest.
-TEST(AtParse, CutAnywhere)
-{
-    for (const auto &c : cases) {
-        for (std::size_t length = 0; length < c.line.size(); ++length) {
-            std::string ended = c.line;
-            ended[length] = '\0';
-            const auto block = std::make_unique<char[]>(length + 1);
-            ended.copy(block.get(), length);
-            EXPECT_EQ(parsed(c.prefix, block.get()), parsed(c.prefix, ended.c_str())) << c.fault << length;
-        }
-    }
-}
-
-// A thousand times the longest line: a scan that goes back to the start would not end in time.
-TEST(AtParse, LongLines)
-{
-    const struct {
-        const char *fault;
-        const char *prefix;
-        std::string start, piece;
-        int fields;
-    } rows[] = {
-        {"nothing but commas", "^REPORTLINEINDEX", "^REPORTLINEINDEX:", ",", 1500001},
-        {"commas behind the template", "^PLMN", "^PLMN:", ",", 2},
-        {"quotes that close nothing", "^REPORTLINEINDEX", "^REPORTLINEINDEX:", "\"x", 1},
-        {"open quotes in every field", "^REPORTLINEINDEX", "^REPORTLINEINDEX:", "\" x,", 1},
-        {"a header of open quotes", "+CMT", "+CMT:", "\" x\n", 2},
-        {"line breaks only", "+CMT", "+CMT:", "\n", 0},
-        {"prefixes that begin no report", "^SRVST", "", "^SRVST ", 0},
-    };
-    for (const auto &row : rows) {
-        std::string line = row.start;
-        while (line.size() < 1500000 + row.start.size())
-            line += row.piece;
-        EXPECT_EQ(std::ranges::count(parsed(row.prefix, line.c_str()), '='), row.fields) << row.fault;
-    }
-}
-
-TEST(HfreqInfo, Records)
-{
-    const struct {
-        const char *fault;
-        const char *line;
-        std::string words; // empty: no record
-    } rows[] = {
-        {"words must keep the template's order", "^HFREQINFO:1,6,3,4,5,6,7,-8,9,10", "1 6 3 4 5 6 7 -8 9 "},
-        {"missing words are 0", "^HFREQINFO: 1,7,,-5", "1 7 0 -5 0 0 0 0 0 "},
-        {"the switch alone is no record", "^HFREQINFO:1,", ""},
-        {"no fields, no record", "^HFREQINFO:", ""},
-    };
-    for (const auto &row : rows) {
-        SCOPED_TRACE(row.fault);
-        at_field *head = nullptr;
-        ASSERT_EQ(at_cmd_parse(&head, "^HFREQINFO", row.line, 0, 3), AT_PARSE_OK);
-        hfreq_info_holder holder{nullptr, {7, 7}};
-        EXPECT_EQ(ParseHfreqInfoResult(head, &holder) == AT_PARSE_OK, !row.words.empty());
-        free_at_cmd(head); // the record must outlive the fields
-        std::string words;
-        for (int i = 0; holder.first != nullptr && i < 9; ++i)
-            words += std::to_string(holder.first[i]) + " ";
-        EXPECT_EQ(words, row.words);
-        EXPECT_EQ(holder.reserved[0] + holder.reserved[1], 0U);
-        HfreqInfoExFree(&holder);
-        HfreqInfoExFree(&holder); // a holder without a record
-    }
 }
 
 } // namespace

@@ -46,23 +46,6 @@ TEST_F(command_transaction_test, writes_each_command_with_exactly_one_cr)
     });
 }
 
-TEST_F(command_transaction_test, a_command_that_cannot_be_written_is_answered_8_without_waiting)
-{
-    for (const auto &[text, expected_error] : {std::pair("AT+CSQ", 55), std::pair("", 22)}) {
-        start_daemon();
-        fake::fail("k7_send");
-        int error = 55;
-        at_cmd_msg msg = command(text, "+CSQ:", 9);
-        EXPECT_EQ(at_send_normal_cmd_msg(&msg, &error), -1);
-        EXPECT_EQ(msg.snd_rcv_msg.ret_val, 8);
-        EXPECT_EQ(msg.at_match_str + rmsg(msg), "");
-        EXPECT_EQ(msg.timeout, 9);
-        EXPECT_EQ(error, expected_error);
-        EXPECT_TRUE(errors().ends_with("errcode = " + std::to_string(error) + "\n"));
-        EXPECT_THAT(fake::seen().waits, IsEmpty());
-    }
-}
-
 TEST_F(command_transaction_test, refuses_a_prefix_without_end_untouched)
 {
     const at_cmd_msg before = command("AT", repeat('M', 64));

@@ -51,4 +51,7 @@ TEST_F(null_arguments_test, are_refused)
     EXPECT_EQ(vlk_match_card_state(nullptr), -1);
     EXPECT_EQ(vlk_send_to_nas(nullptr, 5), 0);
     EXPECT_EQ(vlk_event_pop(nullptr), -1);
+    bool noBus = true;
+    EXPECT_EQ(vlk_startup(2, nullptr, &noBus), 0);
+    EXPECT_FALSE(noBus);
 }

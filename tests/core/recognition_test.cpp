@@ -1,14 +1,10 @@
 #include "core_test.h"
 #include "vorlink/engine/recognition.h"
+#include "vorlink/engine/response_collection.h"
 
 using testing::ElementsAre;
 
-namespace
-{
-
 using recognition_test = daemon_test;
-
-} // namespace
 
 TEST_F(recognition_test, final_results_stand_at_the_start_of_a_line)
 {
@@ -105,4 +101,10 @@ TEST_F(recognition_test, a_cell_broadcast_reaches_its_handler_with_its_pdu)
     at_cmd_msg raw = command("AT", "", 0, RAW);
     feed(raw, {"+CBM: 88\r\n" + pdu + "\r\nOK\r\n"});
     EXPECT_EQ(rmsg(raw), pdu + "\r\n\r\nOK\r\n") << "raw collection keeps the lines apart";
+    at_cmd_msg plain = command("AT");
+    uint32_t length = 4;
+    int hcmgr_flag = 0;
+    std::memcpy(line_buf, "RING", 5);
+    handle_sms_at(&plain, &length, &hcmgr_flag);
+    EXPECT_EQ(length, 4u) << "a line that heads no message";
 }

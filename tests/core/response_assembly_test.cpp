@@ -72,6 +72,7 @@ TEST_F(response_assembly_test, collects_by_mode)
         {"raw keeps line ends", RAW, "", "+CSQ: 20,99~~OK~", 2, "+CSQ: 20,99~~OK~"},
         {"raw stores expected lines plain", RAW, "+CSQ:", "+CSQ: 20,99~OK~", 2, "+CSQ: 20,99~OK~"},
         {"raw frames an error behind its text", RAW, "", "foo~ERROR~", 5, "foo~~ERROR~"},
+        {"raw and multi: the frame joins the text", MULTI_RAW, "+X:", "+X: 1~foo~OK~", 2, "+X: 1~foo~OK~"},
         {"raw and multi: an error discards", MULTI_RAW, "+X:", "+X: 1~ERROR~", 5, "~ERROR~"},
         {"other modes drop lines, not reports", OTHER, "+X:", "+X: 1~foo~+CMTI: 1~OK~", 2, "", 0, 1},
         {"other modes keep a cause", OTHER, "", "foo~+CME ERROR: 10~", 3, "+CME ERROR: 10"},

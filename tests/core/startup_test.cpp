@@ -4,20 +4,17 @@
 
 #include "core_test.h"
 #include "vorlink/bus_thread.h"
+#include "vorlink/event_ring.h"
 #include "vorlink/stored_report.h"
 
-using testing::AllOf;
 using testing::Contains;
 using testing::ElementsAre;
-using testing::Not;
 
 namespace
 {
 
 constexpr char PID_FILE[] = "/var/run/pidfile/vorlink.pid";
 constexpr char OPEN_PID_FILE[] = "fopen(/var/run/pidfile/vorlink.pid, w+)";
-constexpr char PROTECT_PID_FILE[] = "QEP_UTIL_RemoveAndroidWPerm(/var/run/pidfile/vorlink.pid, 640)";
-constexpr char QUEUE_FAILED[] = "Error: create msg queue failed\n";
 
 std::string content(const std::string &path)
 {
@@ -66,7 +63,9 @@ TEST_F(startup_test, replaces_what_an_earlier_run_left)
     std::ofstream(fake::path(PID_FILE)) << "99999999 of an earlier run\n";
     for (const uint32_t key : {1u, 2u, 3u})
         fake::put(key, "stale");
+    EXPECT_EQ(vlk_event_push(9), 0);
     EXPECT_EQ(start(), 0);
+    EXPECT_EQ(vlk_event_pending(9), -1);
     EXPECT_EQ(content(PID_FILE), std::to_string(getpid()));
     std::vector<std::string> calls = fake::calls();
     EXPECT_EQ(calls[2], OPEN_PID_FILE) << "the folder is there";
@@ -94,40 +93,5 @@ TEST_F(startup_test, only_the_exact_argument_1_keeps_it_off_the_bus)
         const std::vector<std::string> calls = fake::calls();
         EXPECT_EQ(std::count(calls.begin(), calls.end(), "QEP_MSG_Init(vorlink)"), on_the_bus ? 1 : 0);
         EXPECT_THAT(calls, Contains("VLK_pthread_create(0, 0, 0, none)"));
-    }
-}
-
-TEST_F(startup_test, goes_on_after_every_failure_but_that_of_the_notify_client)
-{
-    const struct {
-        const char *failing;
-        const char *reported = "";
-        const char *left_out = "";
-        int result = 0;
-        const char *called = "VLK_pthread_create(0, 0, 0, none)";
-    } cases[] = {
-        {"mkdir", "pidfile folder create failed.\n", OPEN_PID_FILE, 0,
-         "mlog_print(vorlink, 2, vlk pidfile folder create failed.)"},
-        {"fopen", "", PROTECT_PID_FILE, 0, "mlog_print(vorlink, 2, vlk open pid file failed.)"},
-        {"VLK_msgQex_create(2, 10, 1636)", QUEUE_FAILED, "VLK_get_msgQ_id(1)"},
-        {"VLK_msgQex_create(1, 10, 1636)", QUEUE_FAILED, "VLK_get_msgQ_id(3)"},
-        {"VLK_msgQ_create(3, 10, 1516)", QUEUE_FAILED},
-        {"QEP_MSG_Init", "QEP_MSG_Init failed!\n"},
-        {"QEP_NOTIFYCLT_Init", "QEP_NOTIFYCLT_Init failed!\n", "QEP_NOTIFYCLT_RegSyncMsgProc(31008)", -1},
-        {"VLK_pthread_create"},
-        {"QEP_UTIL_ForceSetPrivileges"},
-        {"QEP_UTIL_RemoveAndroidWPerm"},
-        {"QEP_NOTIFYCLT_RegSyncMsgProc"},
-        {"QEP_UTIL_DropAndroidRootPrivileges"},
-        {"VLK_event_init"},
-    };
-    for (const auto &each : cases) {
-        SCOPED_TRACE(each.failing);
-        fake::reset();
-        fake::fail(each.failing);
-        EXPECT_EQ(start(), each.result);
-        EXPECT_EQ(errors(), each.reported);
-        EXPECT_THAT(fake::calls(), AllOf(Contains(each.called), Not(Contains(each.left_out))));
-        EXPECT_EQ(fake::calls().back(), each.result == 0 ? "VLK_task_getid()" : "QEP_NOTIFYCLT_Init(31)");
     }
 }

@@ -85,6 +85,12 @@ TEST_F(state_machine_test, serves_a_request_before_modem_data_and_drops_the_thir
     EXPECT_THAT(run_passes(AT_IDLE_S, 2), ElementsAre(AT_IDLE_S, AT_PROCESS_CLIENT_S))
         << "the pass that drops id 4 goes on to wait";
     EXPECT_EQ(vlk_event_pending(4), -1);
+    for (const uint32_t id : {4u, 3u})
+        EXPECT_EQ(vlk_event_push(id), 0);
+    VLK_event_send(fake::TASK_ID, 2);
+    EXPECT_THAT(run_passes(static_cast<at_state>(99), 4),
+                ElementsAre(AT_IDLE_S, AT_PROCESS_NAS_S, AT_IDLE_S, AT_IDLE_S))
+        << "an id that waits is not pushed again, an unknown state idles";
 }
 
 TEST_F(state_machine_test, serves_every_request_in_order_those_that_arrive_meanwhile_too)

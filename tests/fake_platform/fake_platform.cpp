@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -15,6 +16,7 @@
 #include <utility>
 
 #include "at_cmd_msg.h"
+#include "vlk_queues.h"
 
 namespace
 {
@@ -54,6 +56,7 @@ struct platform {
     std::vector<qep_msg> bus_packets;
 };
 
+std::atomic<int> blocks_held = 0;
 std::recursive_mutex mutex;
 platform state; // guarded by mutex
 
@@ -105,12 +108,11 @@ std::string_view bytes_of(const void *data, std::size_t length)
     return data == nullptr ? std::string_view{} : std::string_view(static_cast<const char *>(data), length);
 }
 
-/// Whether a call is to fail now.
-bool fails(std::string_view name)
+/// Whether a failure of this name is to happen now.
+bool is_due(std::string_view name)
 {
-    const locked_state now;
-    const auto found = now->failures.find(name);
-    if (found == now->failures.end())
+    const auto found = state.failures.find(name);
+    if (found == state.failures.end())
         return false;
     auto &[times, after] = found->second;
     if (after > 0) {
@@ -118,6 +120,16 @@ bool fails(std::string_view name)
         return false;
     }
     return times == fake::ALWAYS || (times > 0 && times-- > 0);
+}
+
+/// Whether a call, known by its name or as it is recorded, is to fail now.
+bool fails(std::string_view name, std::string_view what = "none")
+{
+    const locked_state now;
+    if (now->failures.empty() || (!is_due(fake::ANY_CALL) && !is_due(name) && !is_due(what)))
+        return false;
+    now->seen.failed = name;
+    return true;
 }
 
 /// Records a call and its payload. Returns 0, or -1 when it is to fail.
@@ -134,7 +146,7 @@ int call_with(std::string_view payload, const char *name, const types &...argume
     what << ")";
     if (now->recording)
         now->seen.calls.push_back({what.str(), std::string(payload)});
-    return fails(name) || fails(what.str()) ? -1 : 0;
+    return fails(name, what.str()) ? -1 : 0;
 }
 
 template <typename... types>
@@ -194,8 +206,15 @@ int32_t create_queue(const char *name, uint32_t key, uint32_t capacity, uint32_t
 
 int delete_queue(const char *name, int32_t id)
 {
-    call(name, "id of " + std::to_string(id - FIRST_QUEUE_ID));
+    if (call(name, "id of " + std::to_string(id - FIRST_QUEUE_ID)) != 0)
+        return -1;
     return locked_state()->queues.erase(id) == 1 ? 0 : -1;
+}
+
+int32_t count_records(const char *name, int32_t id)
+{
+    const locked_state now;
+    return fails(name) ? -1 : static_cast<int32_t>(now->queues[id].records.size());
 }
 
 bool append_record(int32_t id, const void *record, std::size_t size)
@@ -231,6 +250,7 @@ void reset()
     if (now->send_slot != nullptr)
         *now->send_slot = nullptr;
     state = {};
+    blocks_held = 0;
     scratch.remove();
 }
 
@@ -269,11 +289,6 @@ int count_traces(int level, std::string_view text)
 void fail(const std::string &call, int times, int after)
 {
     locked_state()->failures[call] = {times, after};
-}
-
-void heal(const std::string &call)
-{
-    locked_state()->failures.erase(call);
 }
 
 int64_t now_ms()
@@ -315,7 +330,14 @@ std::vector<std::string> queued(uint32_t key)
 
 void put(uint32_t key, std::string record)
 {
-    locked_state()->queues[id_of(key)].records.push_back(std::move(record));
+    const locked_state now;
+    now->queues[id_of(key)].records.push_back(std::move(record));
+    now->seen.events |= key == VLK_QUEUE_CLIENT_REQUEST ? VLK_EVENT_CLIENT_REQUEST : 0;
+}
+
+int blocks()
+{
+    return blocks_held;
 }
 
 std::string path(const std::string &original)
@@ -450,7 +472,7 @@ int VLK_event_init(uint32_t mask)
 
 int VLK_event_send(int32_t task, uint32_t events)
 {
-    if (task != fake::TASK_ID)
+    if (task != fake::TASK_ID || fails(__func__))
         return -1;
     locked_state()->seen.events |= events;
     return 0;
@@ -486,8 +508,8 @@ int32_t VLK_elapse(void)
 
 int32_t VLK_get_msgQ_id(uint32_t key)
 {
-    call(__func__, key);
-    return locked_state()->queues[id_of(key)].capacity != 0 ? id_of(key) : -1;
+    const bool failed = call(__func__, key) != 0;
+    return !failed && locked_state()->queues[id_of(key)].capacity != 0 ? id_of(key) : -1;
 }
 
 int32_t VLK_msgQ_create(uint32_t key, uint32_t capacity, uint32_t record_size)
@@ -502,7 +524,7 @@ int VLK_msgQ_delete(int32_t id)
 
 int32_t VLK_msgQ_num(int32_t id)
 {
-    return static_cast<int32_t>(locked_state()->queues[id].records.size());
+    return count_records(__func__, id);
 }
 
 int VLK_msgQ_send(int32_t id, const void *record, uint32_t size)
@@ -513,6 +535,8 @@ int VLK_msgQ_send(int32_t id, const void *record, uint32_t size)
 int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms)
 {
     int64_t deadline_ms = 0;
+    if (fails(__func__))
+        return -1;
     {
         const locked_state now;
         if (now->recording)
@@ -541,19 +565,19 @@ int VLK_msgQex_delete(int32_t id)
 
 int32_t VLK_msgQex_num(int32_t id)
 {
-    return VLK_msgQ_num(id);
+    return count_records(__func__, id);
 }
 
 int read_from_msgqueue(int32_t id, at_cmd_msg *record, int32_t, int *retcode)
 {
-    const bool taken = take_record(id, record, sizeof *record) >= 0;
+    const bool taken = !fails(__func__) && take_record(id, record, sizeof *record) >= 0;
     *retcode = taken ? 0 : 61; // no data
     return taken ? 0 : -1;
 }
 
 int send_to_msgqueue(int32_t id, const at_cmd_msg *record, int *retcode)
 {
-    const bool sent = append_record(id, record, sizeof *record);
+    const bool sent = !fails(__func__) && append_record(id, record, sizeof *record);
     *retcode = sent ? 0 : 11; // try again
     return sent ? 0 : -1;
 }
@@ -583,11 +607,13 @@ int K7_App_Ungister(void)
 
 extern "C" {
 void *__real_malloc(std::size_t size);
+void __real_free(void *block);
 FILE *__real_fopen(const char *path, const char *mode);
 int __real_mkdir(const char *path, mode_t mode);
 DIR *__real_opendir(const char *path);
 
 void *__wrap_malloc(std::size_t size);
+void __wrap_free(void *block);
 FILE *__wrap_fopen(const char *path, const char *mode);
 int __wrap_mkdir(const char *path, mode_t mode);
 DIR *__wrap_opendir(const char *path);
@@ -601,7 +627,15 @@ static bool is_redirected(const char *path)
 
 void *__wrap_malloc(std::size_t size)
 {
-    return fails("malloc") ? nullptr : __real_malloc(size);
+    void *block = fails("malloc") ? nullptr : __real_malloc(size);
+    blocks_held += block != nullptr ? 1 : 0;
+    return block;
+}
+
+void __wrap_free(void *block)
+{
+    blocks_held -= block != nullptr ? 1 : 0;
+    __real_free(block);
 }
 
 FILE *__wrap_fopen(const char *path, const char *mode)

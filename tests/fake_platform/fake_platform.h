@@ -18,6 +18,7 @@ namespace fake
 
 inline constexpr int32_t TASK_ID = 4711; ///< what VLK_task_getid returns
 inline constexpr int ALWAYS = -1;
+inline constexpr char ANY_CALL[] = "*";
 
 /// One trace, formatted.
 struct trace_line {
@@ -47,6 +48,7 @@ struct record {
     std::vector<std::string> written; ///< accepted by the modem
     std::vector<int32_t> waits;       ///< milliseconds that VLK_msgQ_recv was told to wait
     uint32_t events = 0;              ///< raised and not yet received
+    std::string failed;               ///< the name of the latest call that was made to fail
     vlk_thread_proc thread_proc = nullptr;
     qep_sync_proc sync_proc = nullptr;
 };
@@ -65,10 +67,9 @@ const record &seen();
 std::vector<std::string> calls();                   ///< seen().calls without the payloads
 int count_traces(int level, std::string_view text); ///< how often exactly this was traced at this level
 
-/// Makes a call fail `times` times, after it has succeeded `after` times. The name is that of a recorded call, with or
-/// without its arguments, of VLK_msgQ_send, VLK_event_recv or malloc, or "k7_send" for the modem's send function.
+/// Makes a call fail `times` times, after it has succeeded `after` times. The name is that of the call, with or without
+/// its arguments when it is recorded, "k7_send" for the modem's send function, or ANY_CALL.
 void fail(const std::string &call, int times = ALWAYS, int after = 0);
-void heal(const std::string &call);
 
 int64_t now_ms();
 
@@ -83,9 +84,13 @@ int deliver(std::string_view bytes);
 /// Hands it over when a wait has stepped the clock far enough.
 void deliver_later(int32_t seconds, std::string bytes);
 
-/// Records that wait in the queue with this key, oldest first, and a way to put one in past all checks.
+/// Records that wait in the queue with this key, oldest first, and a way to put one in past all checks; a client's
+/// request raises its event.
 std::vector<std::string> queued(uint32_t key);
 void put(uint32_t key, std::string record);
+
+/// Heap blocks that the daemon and the report parser took since reset() and nobody freed yet.
+int blocks();
 
 /// Where a path under /var really is; the folder is removed by the next reset() and at the end of the process.
 std::string path(const std::string &original);

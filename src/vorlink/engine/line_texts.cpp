@@ -60,14 +60,15 @@ struct first_two_bytes {
         }
     }
 
-    bool fit(const char *at) const { return (first[byte_of(at[0])] & second[byte_of(at[1])]) != 0; }
+    /// Not 0 where they fit.
+    unsigned fit(const char *at) const { return first[byte_of(at[0])] & unsigned{second[byte_of(at[1])]}; }
 
     /// The first place in [at, end) where they fit, none before end when there is none. Up to end[3] is read.
     const char *find(const char *at, const char *end) const
     {
-        while (at < end && !(fit(at) | fit(at + 1) | fit(at + 2) | fit(at + 3)))
+        while (at < end && (fit(at) | fit(at + 1) | fit(at + 2) | fit(at + 3)) == 0)
             at += 4;
-        while (at < end && !fit(at))
+        while (at < end && fit(at) == 0)
             ++at;
         return at;
     }
