@@ -154,11 +154,13 @@ bool make_room(int32_t id, long next)
 {
     std::array<long, 32> room;
     const std::span<long> clients = waiting_clients(id, room);
-    const auto gone = std::ranges::partition(clients, [](long client) { return !is_client_gone(client); });
-    taken_message dropped;
-    for (const long client : gone)
-        take(id, &dropped, client);
-    if (!gone.empty())
+    bool dropped_any = false;
+    for (const long client : clients) {
+        taken_message dropped;
+        if (is_client_gone(client))
+            dropped_any = take(id, &dropped, client) >= 0 || dropped_any;
+    }
+    if (dropped_any)
         return true;
     const auto unread = [&](long client) {
         return std::ranges::count(clients, client) + (client == next ? 1 : 0);
