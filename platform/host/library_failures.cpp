@@ -6,9 +6,16 @@ namespace std
 {
 
 [[noreturn]] void __throw_system_error(int);
+[[noreturn]] void __throw_out_of_range_fmt(const char *, ...);
 
 /// A mutex that cannot be locked or a lock that is released twice.
 void __throw_system_error(int)
+{
+    abort();
+}
+
+/// A part of a text that begins behind its end.
+void __throw_out_of_range_fmt(const char *, ...)
 {
     abort();
 }
