@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string_view>
 
+#include "two_bytes.h"
 #include "vlk_register.h"
 #include "vlk_report_callback/report_table.h"
 
@@ -19,7 +20,7 @@ constexpr std::size_t HEADS = VLK_REPORT_ROWS;
 constexpr std::size_t CARD_STATES = HEADS + MESSAGE_HEADS.size();
 constexpr std::size_t TEXTS = CARD_STATES + vlk_card_state_texts.size();
 
-constexpr std::array<std::string_view, TEXTS> list_texts()
+consteval std::array<std::string_view, TEXTS> list_texts()
 {
     std::array<std::string_view, TEXTS> list;
     for (std::size_t row = 0; row < VLK_REPORT_ROWS; ++row)
@@ -39,40 +40,19 @@ constexpr unsigned char byte_of(char c)
 constexpr std::size_t BEGINNING = 4; // bytes; no text is shorter
 static_assert(std::ranges::none_of(LIST, [](std::string_view text) { return text.size() < BEGINNING; }));
 
-/// Where in a line a text may begin, judged by two bytes: one of those with which texts begin, and behind it one that
-/// stands second in such a text. Each first byte has a bit of its own. A NUL, which ends the line, counts as one.
-struct first_two_bytes {
-    std::array<uint8_t, 256> first{};
-    std::array<uint8_t, 256> second{};
+constexpr two_bytes<1> FIRST_TWO(LIST, true);
 
-    constexpr first_two_bytes()
-    {
-        first[0] = 1;
-        second.fill(1);
-        unsigned bit = 2;
-        for (const std::string_view text : LIST) {
-            uint8_t &bits = first[byte_of(text[0])];
-            if (bits == 0) {
-                bits = static_cast<uint8_t>(bit);
-                bit <<= 1;
-            }
-            second[byte_of(text[1])] |= bits;
-        }
-    }
-
-    /// Not 0 where they fit.
-    unsigned fit(const char *at) const { return first[byte_of(at[0])] & unsigned{second[byte_of(at[1])]}; }
-
-    /// The first place in [at, end) where they fit, none before end when there is none. Up to end[3] is read.
-    const char *find(const char *at, const char *end) const
-    {
-        while (at < end && (fit(at) | fit(at + 1) | fit(at + 2) | fit(at + 3)) == 0)
-            at += 4;
-        while (at < end && fit(at) == 0)
-            ++at;
-        return at;
-    }
-};
+/// The first place in [at, end) where a text may begin or the line ends, none before end when there is none. Up to
+/// end[3] is read.
+const char *next_place(const char *at, const char *end)
+{
+    while (at < end &&
+           (FIRST_TWO.fit(at) | FIRST_TWO.fit(at + 1) | FIRST_TWO.fit(at + 2) | FIRST_TWO.fit(at + 3)) == 0)
+        at += 4;
+    while (at < end && FIRST_TWO.fit(at) == 0)
+        ++at;
+    return at;
+}
 
 /// The texts by their first four bytes.
 struct text_buckets {
@@ -83,7 +63,7 @@ struct text_buckets {
     std::array<uint8_t, BUCKETS> first{}; // by bucket: a text
     std::array<uint8_t, TEXTS> next{};    // by text: another one in the same bucket
 
-    constexpr text_buckets()
+    consteval text_buckets()
     {
         first.fill(NONE);
         for (std::size_t text = 0; text < TEXTS; ++text) {
@@ -102,7 +82,6 @@ struct text_buckets {
     }
 };
 
-constexpr first_two_bytes FIRST_TWO;
 constexpr text_buckets BY_BEGINNING;
 
 } // namespace
@@ -114,7 +93,7 @@ line_texts look_for_texts(const char *line, std::size_t length)
         return found;
     const char *const end = line + length - BEGINNING + 1; // of the places where a text may begin
     std::size_t row = VLK_REPORT_ROWS;
-    for (const char *at = line; at < end && *at != '\0'; at = FIRST_TWO.find(at + 1, end)) {
+    for (const char *at = line; at < end && *at != '\0'; at = next_place(at + 1, end)) {
         for (std::size_t text = BY_BEGINNING.first[BY_BEGINNING.bucket_of(at)]; text != BY_BEGINNING.NONE;
              text = BY_BEGINNING.next[text]) {
             if (strncmp(at, LIST[text].data(), LIST[text].size()) != 0)

@@ -8,6 +8,7 @@
 #include "current_command.h"
 #include "rcv_stream.h"
 #include "response_collection.h"
+#include "two_bytes.h"
 #include "vorlink/vorlink_trace.h"
 
 constexpr std::array<vlk_result_row, 13> vlk_result_table = {{
@@ -32,15 +33,15 @@ namespace
 constexpr char CTRL_Z = 26;
 constexpr std::size_t REPORT_PREFIX_SIZE = 64;
 
-/// By byte: whether a final result code begins with it. Few lines need a look at the table.
-constexpr std::array<bool, 256> begins_result = [] {
-    std::array<bool, 256> begins{};
-    for (const vlk_result_row &row : vlk_result_table) {
-        if (row.text != nullptr)
-            begins[static_cast<unsigned char>(row.text[0])] = true;
-    }
-    return begins;
+constexpr auto RESULT_TEXTS = [] {
+    std::array<std::string_view, vlk_result_table.size() - 1> texts;
+    for (std::size_t row = 0; row < texts.size(); ++row)
+        texts[row] = vlk_result_table[row].text;
+    return texts;
 }();
+
+// The first and the third byte: reports begin with +C, too.
+constexpr two_bytes<2> MAY_BEGIN_RESULT(RESULT_TEXTS, false);
 
 bool begins_with(const char *line, const char *text)
 {
@@ -113,7 +114,7 @@ int atcmd_match_result(const char *line, int32_t *err_code)
         trace(ERROR, "atcmd_match_result : error,rcv_buf or  err_code is null!\n");
         return -1;
     }
-    if (!begins_result[static_cast<unsigned char>(line[0])])
+    if (line[0] == '\0' || line[1] == '\0' || MAY_BEGIN_RESULT.fit(line) == 0)
         return -1;
     for (const vlk_result_row &row : vlk_result_table) {
         if (row.text == nullptr)
