@@ -148,15 +148,14 @@ int send_before(vlk_client &client, at_cmd_msg *request, int64_t deadline)
     request->Id = client.id();
     request->seq = ++client.seq;
     const host_queue_message message{HOST_REQUEST_TYPE, *request};
-    for (bool again = false;; again = true) {
+    for (;;) {
         const uint32_t seen = client.page->requests;
         if (msgsnd(client.requests, &message, sizeof message.record, IPC_NOWAIT) == 0)
             break;
         if (errno != EAGAIN)
             return client.page.explain_queue_failure(errno);
         client.page->room_wanted = 1;
-        if (again)
-            announce_request(client); // those who filled the queue may have died before they could
+        announce_request(client); // those who filled the queue may have died before they could
         const int result = sleep_on(client, client.page->requests, seen, deadline);
         if (result == VLK_TIMEOUT)
             return fail(VLK_TIMEOUT, "the daemon's request queue stayed full (modem: %s)",

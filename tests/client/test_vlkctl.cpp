@@ -1,12 +1,11 @@
-#include <future>
 #include <sstream>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <pty.h>
-#include <sys/wait.h>
 
+#include "../process.h"
 #include "fake_daemon.h"
 #include "vlk_report_callback/payloads.h"
 
@@ -18,32 +17,22 @@ using testing::HasSubstr;
 
 constexpr int NO_REQUEST = -100; // the daemon is not asked
 
-struct outcome {
-    string output; // standard output and error
-    int exit_code;
+/// Runs beside the test; standard error goes where standard output goes.
+struct vlkctl : process {
+    explicit vlkctl(const string &arguments) : process({"/bin/sh", "-c", VLKCTL " " + arguments + " 2>&1"}) {}
 };
 
 struct VlkctlTest : testing::Test {
     fake_daemon daemon;
 
-    static std::future<outcome> start(const string &arguments)
+    /// Runs it, answers its request and expects this exit code. Returns what it said.
+    string run(const string &arguments, std::string_view response, int32_t ret_val, int exit_code)
     {
-        return std::async(std::launch::async, [command = VLKCTL " " + arguments + " 2>&1"]() -> outcome {
-            string output;
-            FILE *pipe = popen(command.c_str(), "r");
-            for (int byte = fgetc(pipe); byte != EOF; byte = fgetc(pipe))
-                output += static_cast<char>(byte);
-            return {output, WEXITSTATUS(pclose(pipe))};
-        });
-    }
-
-    /// Runs it and answers its request.
-    outcome run(const string &arguments, std::string_view response, int32_t ret_val)
-    {
-        auto result = start(arguments);
+        vlkctl running(arguments);
         if (ret_val != NO_REQUEST)
             daemon.answer(daemon.take(), response, ret_val);
-        return result.get();
+        EXPECT_EQ(running.wait(), exit_code) << arguments;
+        return running.out;
     }
 };
 
@@ -67,24 +56,19 @@ TEST_F(VlkctlTest, ExitCodesAndOutputSayHowACommandEnded)
         {"at AT+X --wait 0.05", "", NO_REQUEST, 3, "no reply in time (modem: released)"},
     };
     daemon.page->modem = HOST_MODEM_RELEASED;
-    for (const auto &c : cases) {
-        const outcome end = run(c.arguments, c.response, c.ret_val);
-        EXPECT_EQ(end.exit_code, c.exit_code) << c.arguments;
-        EXPECT_THAT(end.output, HasSubstr(c.shown)) << c.arguments;
-    }
+    for (const auto &c : cases)
+        EXPECT_THAT(run(c.arguments, c.response, c.ret_val, c.exit_code), HasSubstr(c.shown)) << c.arguments;
 }
 
 TEST_F(VlkctlTest, JsonStaysValidWhateverTheModemSays)
 {
     const string odd = "+X: \"\xFF\xC3\x1B\x01\\";
-    const json reply =
-        json::parse(run("at AT+X --json --multi-line --expect +X", odd + "\r\n" + odd + "\r\n", 2).output,
-                    nullptr, false);
+    const string shown = run("at AT+X --json --multi-line --expect +X", odd + "\r\n" + odd + "\r\n", 2, 0);
+    const json reply = json::parse(shown, nullptr, false);
     EXPECT_EQ(reply.value("command", ""), "AT+X");
     EXPECT_EQ(reply.value("result", json()), (json{{"code", 2}, {"text", "OK"}}));
     EXPECT_EQ(reply.value("lines", json(2)).at(1), "+X: \"\uFFFD\uFFFD\x1B\x01\\");
-    EXPECT_THAT(run("at AT --json --base 1", "", NO_REQUEST).output,
-                HasSubstr("\n{\"error\":\"the daemon in "));
+    EXPECT_THAT(run("at AT --json --base 1", "", NO_REQUEST, 6), HasSubstr("\n{\"error\":\"the daemon in "));
 }
 
 TEST_F(VlkctlTest, ATerminalIsNotControlledByTheModem)
@@ -177,11 +161,12 @@ TEST_F(VlkctlTest, MonitorReadsEveryRecordOfTheDaemon)
         {"lpm", 91397, bytes(endc_message{1, 2, 3, 4, 5}),
          " endc_available=2 endc_plmn_available=3 endc_restricted=4 nr_pscell=5"},
     };
-    auto monitor = start("monitor --count " + std::to_string(std::size(cases)));
+    vlkctl monitor("monitor --count " + std::to_string(std::size(cases)));
     daemon.subscribe_listener();
     for (const auto &c : cases)
         daemon.send(packet_to(c.target, c.code), c.data);
-    std::istringstream lines(monitor.get().output);
+    monitor.wait();
+    std::istringstream lines(monitor.out);
     string line;
     std::getline(lines, line); // "listening"
     for (const auto &c : cases)
@@ -200,11 +185,10 @@ TEST_F(VlkctlTest, MonitorNamesWhatItKnowsAndHidesNothing)
         daemon.send({HOST_EVENT, 75, 16052, 0, 0, 0, "", 0});
         daemon.send({HOST_EVENT, 5, 77, -1, 2, 0, "", 0});
     };
-    auto text = start("monitor --count 8 --seconds 0.5");
+    vlkctl text("monitor --count 8 --seconds 0.5");
     send_all();
-    const outcome end = text.get();
-    EXPECT_EQ(end.exit_code, 3);
-    EXPECT_EQ(end.output,
+    EXPECT_EQ(text.wait(), 3);
+    EXPECT_EQ(text.out,
               "vlkctl: listening\n"
               "4 missed\n"
               "event net (7) 7056 EVT_NET_SCAN ^NETSCAN 5grsrp=-95 5grssnr=12\n"
@@ -216,12 +200,11 @@ TEST_F(VlkctlTest, MonitorNamesWhatItKnowsAndHidesNothing)
               "event module 5 77 values -1 2\n"
               "vlkctl: only 7 came in time\n");
 
-    auto objects = start("monitor --module 7 --json");
+    vlkctl objects("monitor --module 7 --json");
     send_all();
     daemon.hang_up();
-    const outcome orphan = objects.get();
-    EXPECT_EQ(orphan.exit_code, 4) << "the daemon has gone";
-    std::istringstream lines(orphan.output);
+    EXPECT_EQ(objects.wait(), 4) << "the daemon has gone";
+    std::istringstream lines(objects.out);
     string line;
     std::getline(lines, line); // "listening"
     std::getline(lines, line);

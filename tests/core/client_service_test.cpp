@@ -30,16 +30,6 @@ int serve(const at_cmd_msg &request)
     return at_process_client_msg(&retcode);
 }
 
-/// The only reply, which must be there.
-at_cmd_msg reply()
-{
-    const std::vector<std::string> replies = fake::queued(VLK_QUEUE_CLIENT_REPLY);
-    at_cmd_msg msg{};
-    EXPECT_EQ(replies.size(), 1u);
-    replies.at(0).copy(reinterpret_cast<char *>(&msg), sizeof msg);
-    return msg;
-}
-
 } // namespace
 
 TEST_F(client_service_test, serves_by_request_type)
@@ -71,9 +61,11 @@ TEST_F(client_service_test, serves_by_request_type)
         fake::on_write("AT+CSQ\r", {{0, "+CSQ: 1\r\nOK\r\n"}});
         fake::on_write("AT+CMGS=1\r", {{0, "+CMS ERROR: 1\r\n"}});
         EXPECT_EQ(serve(request_of(each.req_type, each.text, each.rep_type)), 0);
-        EXPECT_EQ(reply().snd_rcv_msg.ret_val, each.ret_val);
-        EXPECT_EQ(rmsg(reply()), each.rmsg);
-        EXPECT_LE(reply().snd_rcv_msg.rsp_len, 1500u);
+        ASSERT_EQ(replies().size(), 1u);
+        const at_cmd_msg reply = replies()[0];
+        EXPECT_EQ(reply.snd_rcv_msg.ret_val, each.ret_val);
+        EXPECT_EQ(rmsg(reply), each.rmsg);
+        EXPECT_LE(reply.snd_rcv_msg.rsp_len, 1500u);
         EXPECT_EQ(fake::seen().written.empty() ? "" : fake::seen().written[0], each.written);
         EXPECT_TRUE(errors().ends_with(each.error)) << errors();
         EXPECT_EQ(errors().empty(), *each.error == '\0') << errors();

@@ -93,17 +93,6 @@ TEST_F(command_transaction_test, keeps_within_the_time_allowed)
     });
 }
 
-TEST_F(command_transaction_test, what_a_timed_out_command_collected_begins_the_next_response)
-{
-    fake::on_write("AT+A\r", {{0, "partial\r\n"}});
-    at_cmd_msg silent = command("AT+A", "", 1);
-    EXPECT_EQ(at_send_normal_cmd_msg(&silent, &retcode), -1);
-    fake::on_write("AT+B\r", {{0, "answer\r\nOK\r\n"}});
-    at_cmd_msg next = command("AT+B", "", 1);
-    EXPECT_EQ(at_send_normal_cmd_msg(&next, &retcode), 0);
-    EXPECT_EQ(rmsg(next), "partialanswer");
-}
-
 TEST_F(command_transaction_test, neither_command_nor_answer_is_traced)
 {
     fake::on_write("AT+CPIN=SECRET\r",

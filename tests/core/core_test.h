@@ -6,12 +6,11 @@
 #include <cstring>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <map>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "../modem_text.h"
 #include "at_cmd_msg.h"
 #include "fake_platform.h"
 #include "service_ids.h"
@@ -75,30 +74,6 @@ inline std::string repeat(char c, std::size_t count)
     return std::string(count, c);
 }
 
-/// Modem text as tables write it: '~' is CR LF, '@' is NUL, '#' is Ctrl-Z.
-inline std::string modem_text(std::string_view shorthand)
-{
-    static const std::map<char, std::string> meanings = {
-        {'~', "\r\n"}, {'@', std::string(1, '\0')}, {'#', "\x1A"}};
-    std::string text;
-    for (const char c : shorthand)
-        text += meanings.contains(c) ? meanings.at(c) : std::string(1, c);
-    return text;
-}
-
-/// The same, '|' between chunks.
-inline std::vector<std::string> modem_chunks(std::string_view shorthand)
-{
-    std::vector<std::string> chunks(1);
-    for (const char c : modem_text(shorthand)) {
-        if (c == '|')
-            chunks.emplace_back();
-        else
-            chunks.back() += c;
-    }
-    return chunks;
-}
-
 /// How a record is collected: multi_line, doubled, and one more for raw.
 inline constexpr int PLAIN = 0, RAW = 1, MULTI = 2, MULTI_RAW = 3, OTHER = 4;
 
@@ -125,6 +100,16 @@ inline std::string rmsg(const at_cmd_msg &msg)
 inline std::string bytes_of(const at_cmd_msg &msg)
 {
     return {reinterpret_cast<const char *>(&msg), sizeof msg};
+}
+
+/// Every whole record in the reply queue, oldest first.
+inline std::vector<at_cmd_msg> replies()
+{
+    std::vector<at_cmd_msg> all;
+    for (const std::string &record : fake::queued(VLK_QUEUE_CLIENT_REPLY))
+        if (record.size() == sizeof(at_cmd_msg))
+            record.copy(reinterpret_cast<char *>(&all.emplace_back()), sizeof(at_cmd_msg));
+    return all;
 }
 
 /// Lets the modem send the chunks, one record each, and parses them as part of the record's command.

@@ -1,6 +1,7 @@
 // The look for texts gives what a walk of the lists with a substring search gives.
 #include "vorlink/engine/line_texts.h"
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 #include <string>
@@ -13,25 +14,6 @@
 
 namespace
 {
-
-template <typename Texts>
-bool any_occurs(const char *line, const Texts &texts)
-{
-    for (const char *text : texts) {
-        if (strstr(line, text) != nullptr)
-            return true;
-    }
-    return false;
-}
-
-const vlk_report_row *walk_table(const char *line)
-{
-    for (const vlk_report_row &row : vlk_report_table) {
-        if (row.prefix != nullptr && strstr(line, row.prefix) != nullptr)
-            return &row;
-    }
-    return nullptr;
-}
 
 /// Texts that are looked for, cut and run together with each other and with bytes of all kinds.
 std::string random_line(std::mt19937 &random)
@@ -65,10 +47,15 @@ TEST(line_texts_test, are_those_that_a_walk_of_the_lists_finds)
         // A block that ends where the line ends: reading behind it is seen by AddressSanitizer.
         const std::vector<char> line(text.c_str(),
                                      text.c_str() + text.size() + 1); // a NUL may stand inside, too
+        const auto occurs = [&](const char *each) { return strstr(line.data(), each) != nullptr; };
+        const auto row = std::ranges::find_if(vlk_report_table, [&](const auto &each) {
+            return each.prefix == nullptr || occurs(each.prefix);
+        });
         const line_texts found = look_for_texts(line.data(), text.size());
-        ASSERT_EQ(found.report, walk_table(line.data())) << "round " << round << ": " << text;
-        ASSERT_EQ(found.message_head, any_occurs(line.data(), MESSAGE_HEADS)) << round << ": " << text;
-        ASSERT_EQ(found.card_state, any_occurs(line.data(), vlk_card_state_texts)) << round << ": " << text;
+        ASSERT_EQ(found.report, row->prefix != nullptr ? row : nullptr) << "round " << round << ": " << text;
+        ASSERT_EQ(found.message_head, std::ranges::any_of(MESSAGE_HEADS, occurs)) << round << ": " << text;
+        ASSERT_EQ(found.card_state, std::ranges::any_of(vlk_card_state_texts, occurs))
+            << round << ": " << text;
         ++(found.report != nullptr ? reports : silent);
     }
     EXPECT_GT(reports, 50000);

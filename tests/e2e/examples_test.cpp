@@ -1,10 +1,6 @@
 // The example programs of docs/host.md against the real daemon.
 #include "system.h"
 
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
 TEST(Examples, WorkAsTheyStandInTheDocuments)
 {
     system_under_test system;
@@ -21,7 +17,7 @@ TEST(Examples, WorkAsTheyStandInTheDocuments)
     if (code == 127)
         GTEST_SKIP() << "no python3 for " << EXAMPLE_COMMAND;
     EXPECT_EQ(code, 0) << command.err;
-    EXPECT_EQ(command.out, "+CSQ: 20,99\n");
+    EXPECT_EQ(command.out, SIGNAL);
     process refused({"/usr/bin/env", "python3", EXAMPLE_COMMAND, "AT+NOSUCH"}, system.variables);
     EXPECT_EQ(refused.wait(10), 1);
     EXPECT_EQ(refused.out, "+CME ERROR: 100\n");

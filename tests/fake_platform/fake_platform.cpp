@@ -67,32 +67,26 @@ struct locked_state {
 };
 
 /// The folder that stands for /, made when first needed.
-class scratch_folder
-{
-public:
+struct scratch_folder {
     ~scratch_folder() { remove(); }
 
     std::string path(const std::string &original)
     {
-        if (root_.empty()) {
-            root_ = (std::filesystem::temp_directory_path() / "fake_platform.XXXXXX").string();
-            if (mkdtemp(root_.data()) == nullptr)
+        if (root.empty()) {
+            root = (std::filesystem::temp_directory_path() / "fake_platform.XXXXXX").string();
+            if (mkdtemp(root.data()) == nullptr)
                 std::abort();
-            std::filesystem::create_directories(root_ + "/var/run");
+            std::filesystem::create_directories(root + "/var/run");
         }
-        return root_ + original;
+        return root + original;
     }
-
     void remove()
     {
         std::error_code ignored;
-        if (!root_.empty())
-            std::filesystem::remove_all(root_, ignored);
-        root_.clear();
+        std::filesystem::remove_all(std::exchange(root, ""), ignored); // of "" there is nothing
     }
 
-private:
-    std::string root_;
+    std::string root;
 } scratch;
 
 std::string format_text(const char *format, va_list arguments) __attribute__((format(printf, 1, 0)));
@@ -276,14 +270,6 @@ std::vector<std::string> calls()
     for (const platform_call &each : now->seen.calls)
         names.push_back(each.what);
     return names;
-}
-
-int count_traces(int level, std::string_view text)
-{
-    const locked_state now;
-    return static_cast<int>(
-        std::count_if(now->seen.traces.begin(), now->seen.traces.end(),
-                      [=](const trace_line &line) { return line.level == level && line.text == text; }));
 }
 
 void fail(const std::string &call, int times, int after)

@@ -64,8 +64,7 @@ void forget();
 void stop_recording();
 
 const record &seen();
-std::vector<std::string> calls();                   ///< seen().calls without the payloads
-int count_traces(int level, std::string_view text); ///< how often exactly this was traced at this level
+std::vector<std::string> calls(); ///< seen().calls without the payloads
 
 /// Makes a call fail `times` times, after it has succeeded `after` times. The name is that of the call, with or without
 /// its arguments when it is recorded, "k7_send" for the modem's send function, or ANY_CALL.

@@ -2,10 +2,11 @@
 
 #include "modem.h"
 
+#include "../modem_text.h"
+
 #include <gtest/gtest.h>
 
 using namespace modemsim;
-using namespace std::string_literals;
 
 namespace
 {
@@ -76,51 +77,48 @@ struct exchange {
 
 const exchange exchanges[] = {
     {"an echo of the line and not of the answer", "ATE1\rAT+CSQ\rATE0\rAT\r",
-     "\r\nOK\r\nAT+CSQ\r\r\n+CSQ: 20,99\r\n\r\nOK\r\nATE0\r\r\nOK\r\n\r\nOK\r\n"},
+     "~OK~AT+CSQ\r~+CSQ: 20,99~~OK~ATE0\r~OK~~OK~"},
     {"the three ways to refuse an unknown command", "AT+X\rAT+CMEE=1\rAT+X\rAT+CMEE=2\rAT+X\r",
-     "\r\nERROR\r\n\r\nOK\r\n\r\n+CME ERROR: 100\r\n\r\nOK\r\n\r\n+CME ERROR: unknown\r\n"},
+     "~ERROR~~OK~~+CME ERROR: 100~~OK~~+CME ERROR: unknown~"},
     {"a value is answered, one out of range not set", "AT+CREG=2\rAT+CREG=7\rAT+CREG?\r",
-     "\r\nOK\r\n\r\nERROR\r\n\r\n+CREG: 2,1,\"1A2B\",\"0C3D4E5F\",7\r\n\r\nOK\r\n"},
-    {"noise gets no answer", "0011AA\x1a\r\r\n", ""},
-    {"CR LF ends a line once", "AT\r\nAT\r\n", "\r\nOK\r\n\r\nOK\r\n"},
-    {"a typing mistake can be rubbed out", "ATX\bI\b\r", "\r\nOK\r\n"},
-    {"an endless line is refused", "AT" + std::string(1600, 'x') + "\r", "\r\nERROR\r\n"},
+     "~OK~~ERROR~~+CREG: 2,1,\"1A2B\",\"0C3D4E5F\",7~~OK~"},
+    {"noise gets no answer", "0011AA#\r~", ""},
+    {"CR LF ends a line once", "AT~AT~", "~OK~~OK~"},
+    {"a typing mistake can be rubbed out", "ATX\bI\b\r", "~OK~"},
+    {"an endless line is refused", "AT" + std::string(1600, 'x') + "\r", "~ERROR~"},
     {"lines of one answer share a line end, reports in between do not", "AT+CPOL?\r",
-     "\r\none\r\ntwo\r\n\r\n^RSSI: 1\r\n\r\n^RSSI: 2\r\n\r\n+CMT: ,3\r\n00ABCD\r\n\r\n+CUSD: 0,\"\0A\",72\r\n"
-     "\r\nthree\r\n\r\nOK\r\n\r\nOK\r\n"s},
-    {"the reference counts up", "AT+CMGS=2\r00ABCD\x1a\rAT+CMGS=2\r00ABCD\x1a\r",
-     "\r\n> \r\n+CMGS: 12\r\n\r\nOK\r\n\r\n> \r\n+CMGS: 13\r\n\r\nOK\r\n"},
-    {"a service centre counts apart", "AT+CMGW=1\r0191FF\x1a", "\r\n> \r\n+CMGW: 4\r\n\r\nOK\r\n"},
-    {"a PDU that is too short", "AT+CMGS=3\r00ABCD\x1a", "\r\n> \r\n+CMS ERROR: 304\r\n"},
-    {"a PDU that is no hexadecimal text", "AT^HCMGS=2\r00ABxD\x1a", "\r\n> \r\n+CMS ERROR: 304\r\n"},
-    {"ESC leaves the prompt", "AT+CMGS=2\r00A\x1b\rAT\r", "\r\n> \r\nOK\r\n\r\nOK\r\n"},
-    {"a command in the prompt is text", "AT+CMGS=\"1\"\rAT\r\x1a", "\r\n> \r\n+CMGS: 12\r\n\r\nOK\r\n"},
+     "~one~two~~^RSSI: 1~~^RSSI: 2~~+CMT: ,3~00ABCD~~+CUSD: 0,\"@A\",72~"
+     "~three~~OK~~OK~"},
+    {"the reference counts up", "AT+CMGS=2\r00ABCD#\rAT+CMGS=2\r00ABCD#\r",
+     "~> ~+CMGS: 12~~OK~~> ~+CMGS: 13~~OK~"},
+    {"a service centre counts apart", "AT+CMGW=1\r0191FF#", "~> ~+CMGW: 4~~OK~"},
+    {"a PDU that is too short", "AT+CMGS=3\r00ABCD#", "~> ~+CMS ERROR: 304~"},
+    {"a PDU that is no hexadecimal text", "AT^HCMGS=2\r00ABxD#", "~> ~+CMS ERROR: 304~"},
+    {"ESC leaves the prompt", "AT+CMGS=2\r00A\x1b\rAT\r", "~> ~OK~~OK~"},
+    {"a command in the prompt is text", "AT+CMGS=\"1\"\rAT\r#", "~> ~+CMGS: 12~~OK~"},
 };
 
 TEST(modem, exchanges_whole_and_byte_by_byte)
 {
     for (const exchange &row : exchanges) {
         SCOPED_TRACE(row.fault);
-        session whole;
-        EXPECT_EQ(whole.answer(row.in, 1000), row.out);
-        session bytes;
+        const std::string expected = modem_text(row.out);
+        session whole, bytes;
+        EXPECT_EQ(whole.answer(modem_text(row.in), 1000), expected);
         std::string out;
-        for (const char c : row.in)
+        for (const char c : modem_text(row.in))
             out += bytes.answer({&c, 1}, 0);
-        EXPECT_EQ(out + bytes.answer("", 1000), row.out);
+        EXPECT_EQ(out + bytes.answer("", 1000), expected);
     }
 }
 
 TEST(modem, a_scan_is_stopped_once_and_overtakes_the_queue)
 {
     session one;
-    EXPECT_EQ(one.answer("AT^NETSCAN\r", 500), "");
-    EXPECT_EQ(one.answer("AT\rat+st", 600), "") << "queued while the scan runs";
-    EXPECT_EQ(one.answer("op\rAT+STOP\r", 650), "\r\nOK\r\n")
-        << "one result for scan and stop, then the tail";
-    EXPECT_EQ(one.answer("", 2000), "\r\nafter\r\n\r\nOK\r\n\r\nOK\r\n") << "the queued commands";
-    EXPECT_EQ(one.answer("AT^NETSCAN\r", 3050), "\r\nfound\r\n\r\nOK\r\n") << "a scan that is let alone";
-    EXPECT_EQ(one.answer("AT+STOP\r", 3500), "\r\nafter\r\n\r\nOK\r\n") << "too late to stop it";
+    EXPECT_EQ(one.answer("AT^NETSCAN\rAT\rat+stop\rAT+STOP\r", 50), modem_text("~OK~"));
+    EXPECT_EQ(one.answer("", 2000), modem_text("~after~~OK~~OK~")) << "the queued commands";
+    EXPECT_EQ(one.answer("AT^NETSCAN\r", 3050), modem_text("~found~~OK~")) << "a scan that is let alone";
+    EXPECT_EQ(one.answer("AT+STOP\r", 3500), modem_text("~after~~OK~")) << "too late to stop it";
 }
 
 TEST(modem, schedules_count_from_the_first_client_and_go_on_without_one)
