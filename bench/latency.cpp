@@ -40,7 +40,7 @@ PART:
   pinned    microseconds a command, everything on one CPU, beside the floor
   unpinned  the same on all CPUs
   pty       through a pty in place of a socket, without the floor
-  clients   commands a second with 1, 4 and 16 client processes
+  clients   commands a second with 1, 4 and 16 client processes, then the same through the floor
   memory    of the daemon after 10,000 and after 50,000 commands, KiB
   start     milliseconds until the modem is ready
 )";
@@ -349,6 +349,7 @@ void measure_pty(place where)
 }
 
 /// Commands a second of that many clients, which start together.
+template <typename Client>
 double measure_clients(int clients, const place &where)
 {
     constexpr int ALL_COMMANDS = 8000;
@@ -361,7 +362,7 @@ double measure_clients(int clients, const place &where)
     for (int i = 0; i < clients; ++i) {
         all.emplace_back([&] {
             close(gate[1]);
-            daemon_client client(where);
+            Client client(where);
             client.exchange();
             check(write(arrivals[1], &byte, 1) == 1, "pipe");
             check(read(gate[0], &byte, 1) == 0, "pipe"); // until it opens
@@ -382,20 +383,27 @@ double measure_clients(int clients, const place &where)
     return ALL_COMMANDS / seconds;
 }
 
-void measure_throughput(const place &where)
+template <typename Client>
+void measure_throughput(const char *name, const char *program, const place &where)
 {
-    const child modem = start_modem_on_socket(where.device);
-    const child daemon = start_server(VORLINK, where);
+    const child server = start_server(program, where);
     constexpr std::array<int, 3> CLIENTS = {1, 4, 16};
     std::array<std::vector<double>, CLIENTS.size()> rates;
-    measure_clients(1, where);
+    measure_clients<Client>(1, where);
     for (int round = 0; round < ROUNDS; ++round) {
         for (std::size_t i = 0; i < CLIENTS.size(); ++i)
-            rates[i].push_back(measure_clients(CLIENTS[i], where));
+            rates[i].push_back(measure_clients<Client>(CLIENTS[i], where));
     }
     for (std::size_t i = 0; i < CLIENTS.size(); ++i)
-        printf("clients/%d %.0f /s\n", CLIENTS[i], median(rates[i]));
-    printf("clients_ratio/16_to_4 %.2f x\n", ratio(rates[2], rates[1]));
+        printf("%s/%d %.0f /s\n", name, CLIENTS[i], median(rates[i]));
+    printf("%s_ratio/16_to_4 %.2f x\n", name, ratio(rates[2], rates[1]));
+}
+
+void measure_throughputs(const place &where)
+{
+    const child modem = start_modem_on_socket(where.device);
+    measure_throughput<daemon_client>("clients", VORLINK, where);
+    measure_throughput<relay_client>("clients_floor", RELAY, {where.folder, where.base + 16, where.device});
 }
 
 void print_memory(pid_t pid, const char *when)
@@ -454,7 +462,7 @@ int main(int argc, char *argv[])
     else if (part == "pty")
         measure_pty(where);
     else if (part == "clients")
-        measure_throughput(where);
+        measure_throughputs(where);
     else if (part == "memory")
         measure_memory(where);
     else if (part == "start")

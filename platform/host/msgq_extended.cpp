@@ -26,7 +26,7 @@ namespace
 constexpr size_t RECORD_SIZE = sizeof(at_cmd_msg);
 constexpr uint32_t CAPACITY_MAX = 10'000; ///< far above what kernels allow, far below an overflow
 constexpr int32_t READER_WAIT_MS = 100;   ///< for clients that have a reply each to read them
-constexpr uint32_t OFFERS_OF_ROOM = 8;    ///< takes for each client that waits while the queue stays full
+constexpr uint32_t OFFERS_OF_ROOM = 16;   ///< takes for each client that waits while the queue stays full
 constexpr int ATTEMPTS_MAX = 256;         ///< of one reply, however fast others fill the queue
 
 /// A message as it is taken: one byte of room more than a right one has, so that a longer one is recognised.
