@@ -7,7 +7,8 @@
 
 #include "at_cmd_msg.h"
 
-/// The line, terminated; nothing behind its terminator means anything. A chunk holds at most 1499 bytes of it; the classification may put back two CR LF pairs.
+/// The line, terminated; nothing behind its terminator means anything. A chunk holds at most 1499 bytes of it; the
+/// classification may put back two CR LF pairs.
 inline constexpr std::size_t LINE_BUF_SIZE = MAX_ATCMD_REPORT_SIZE + 4;
 extern char line_buf[LINE_BUF_SIZE];
 
