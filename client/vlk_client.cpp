@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include <sched.h>
 #include <sys/msg.h>
 #include <sys/random.h>
 #include <unistd.h>
@@ -27,6 +28,7 @@ static_assert(sizeof(vlk_status::runtime_dir) >= HOST_FOLDER_SIZE);
 namespace
 {
 constexpr int32_t LIFE_CHECK_MS = 1000;
+constexpr int ROOM_YIELDS = 4;        // before a client sleeps until the request queue has room
 constexpr uint32_t LAST_NUMBER = 511; // numbers that fit above the process id
 
 /// Numbers that tell the clients of this process apart: one bit each, set while it is in use. Any thread.
@@ -148,12 +150,16 @@ int send_before(vlk_client &client, at_cmd_msg *request, int64_t deadline)
     request->Id = client.id();
     request->seq = ++client.seq;
     const host_queue_message message{HOST_REQUEST_TYPE, *request};
-    for (;;) {
+    for (int yields = 0;;) {
         const uint32_t seen = client.page->requests;
         if (msgsnd(client.requests, &message, sizeof message.record, IPC_NOWAIT) == 0)
             break;
         if (errno != EAGAIN)
             return client.page.explain_queue_failure(errno);
+        if (yields++ < ROOM_YIELDS) { // a daemon at work takes the next request in microseconds
+            sched_yield();
+            continue;
+        }
         client.page->room_wanted = 1;
         announce_request(client); // those who filled the queue may have died before they could
         const int result = sleep_on(client, client.page->requests, seen, deadline);
