@@ -9,6 +9,7 @@
 #include <cstring>
 #include <new>
 
+#include <pthread.h>
 #include <sched.h>
 #include <sys/msg.h>
 #include <sys/random.h>
@@ -27,7 +28,7 @@ static_assert(sizeof(vlk_status::runtime_dir) >= HOST_FOLDER_SIZE);
 
 namespace
 {
-constexpr int32_t LIFE_CHECK_MS = 1000;
+constexpr int64_t LIFE_CHECK_NS = 1'000'000'000;
 constexpr int ROOM_YIELDS = 4;        // before a client sleeps until the request queue has room
 constexpr uint32_t LAST_NUMBER = 511; // numbers that fit above the process id
 
@@ -54,6 +55,15 @@ void give_number_back(int number)
     g_numbers[at / 64] &= ~(uint64_t{1} << at % 64);
 }
 
+/// Counts the forks that led to this process. A process id would tell a child, too, but costs a system call.
+std::atomic<uint32_t> g_forks;
+
+bool count_forks()
+{
+    static const bool counted = pthread_atfork(nullptr, nullptr, [] { ++g_forks; }) == 0;
+    return counted;
+}
+
 /// A start that differs between clients, so that nobody takes a reply to an earlier client with the same Id: one of
 /// this process that was closed too early, or of a process with the same number.
 uint32_t first_seq()
@@ -70,10 +80,13 @@ struct vlk_client {
     int requests = -1; // queues
     int replies = -1;
     pid_t process = getpid();
+    uint32_t forks = g_forks; // that led to it
     int number = take_number();
-    uint32_t seq = first_seq(); // of the last request
-    bool holds = false;         // a reply that was taken from the queue and not handed out yet
-    at_cmd_msg held{};
+    int64_t check_at = 0;        // when the daemon's life is to be looked at again
+    uint32_t seq = first_seq();  // of the last request
+    uint32_t replies_before = 0; // count of the daemon's replies when it was sent
+    bool holds = false;          // a reply that was taken from the queue and not handed out yet
+    host_queue_message held{};
 
     int32_t id() const
     {
@@ -93,15 +106,13 @@ namespace
 int hold_next_reply(vlk_client &client)
 {
     while (!client.holds) {
-        host_queue_message message{};
-        const ssize_t size =
-            msgrcv(client.replies, &message, sizeof message.record, client.id(), IPC_NOWAIT | MSG_NOERROR);
+        const ssize_t size = msgrcv(client.replies, &client.held, sizeof client.held.record, client.id(),
+                                    IPC_NOWAIT | MSG_NOERROR);
         if (size < 0 && errno == ENOMSG)
             return VLK_OK;
         if (size < 0)
             return client.page.explain_queue_failure(errno);
-        client.held = message.record;
-        client.holds = size == sizeof message.record; // anything else is not from the daemon
+        client.holds = size == sizeof client.held.record; // anything else is not from the daemon
     }
     return VLK_OK;
 }
@@ -113,13 +124,26 @@ void drop_replies(vlk_client &client)
     } while (hold_next_reply(client) == VLK_OK && client.holds);
 }
 
+/// Whether the daemon lives, as it was seen within the last second.
+bool is_alive(vlk_client &client)
+{
+    const int64_t now = monotonic_ns();
+    if (now < client.check_at)
+        return true;
+    if (!client.page.alive())
+        return false;
+    client.check_at = now + LIFE_CHECK_NS;
+    return true;
+}
+
 /// Sleeps until the word is no longer `seen`, at most for a second. VLK_OK: look again.
 int sleep_on(const vlk_client &client, const std::atomic<uint32_t> &word, uint32_t seen, int64_t deadline,
              uint32_t who = FUTEX_EVERYBODY)
 {
-    if (deadline != NO_DEADLINE && monotonic_ns() >= deadline)
+    const int64_t now = monotonic_ns();
+    if (deadline != NO_DEADLINE && now >= deadline)
         return VLK_TIMEOUT;
-    const int64_t check = deadline_after(LIFE_CHECK_MS);
+    const int64_t check = now + LIFE_CHECK_NS;
     const bool woken =
         futex_wait(word, seen, deadline == NO_DEADLINE ? check : std::min(deadline, check), who);
     if (!woken && !client.page.alive())
@@ -130,7 +154,7 @@ int sleep_on(const vlk_client &client, const std::atomic<uint32_t> &word, uint32
 
 int check_owner(const vlk_client &client)
 {
-    if (client.process == getpid())
+    if (client.forks == g_forks)
         return VLK_OK;
     return fail(VLK_INVALID, "this client was opened by another process");
 }
@@ -145,10 +169,11 @@ int send_before(vlk_client &client, at_cmd_msg *request, int64_t deadline)
 {
     if (const int failed = check_owner(client))
         return failed;
-    if (!client.page.alive())
+    if (!is_alive(client))
         return fail(VLK_NOT_RUNNING, "the daemon in %s has ended", client.page.paths().folder);
     request->Id = client.id();
     request->seq = ++client.seq;
+    client.replies_before = client.page->replies.load(std::memory_order_acquire);
     const host_queue_message message{HOST_REQUEST_TYPE, *request};
     for (int yields = 0;;) {
         const uint32_t seen = client.page->requests;
@@ -177,19 +202,24 @@ int wait_before(vlk_client &client, uint32_t seq, at_cmd_msg *reply, int64_t dea
 {
     if (const int failed = check_owner(client))
         return failed;
-    for (;;) {
+    // As long as the daemon has sent no reply to anybody, none to the last request is in the queue.
+    bool may_have_come = client.holds || seq != client.seq;
+    for (;; may_have_come = true) {
         const uint32_t seen = client.page->replies.load(std::memory_order_acquire);
-        if (const int failed = hold_next_reply(client))
-            return failed;
+        if (may_have_come || seen != client.replies_before) {
+            if (const int failed = hold_next_reply(client))
+                return failed;
+        }
         if (client.holds) {
-            const auto ahead = static_cast<int32_t>(client.held.seq - seq);
-            const bool is_foreign = static_cast<int32_t>(client.held.seq - client.seq) > 0; // see first_seq
+            const auto ahead = static_cast<int32_t>(client.held.record.seq - seq);
+            const auto ahead_of_all = static_cast<int32_t>(client.held.record.seq - client.seq);
+            const bool is_foreign = ahead_of_all > 0; // see first_seq
             if (ahead > 0 && !is_foreign)
                 return fail(VLK_TIMEOUT, "the request was not answered, but a later one was");
             client.holds = false;
             if (ahead != 0)
                 continue;
-            *reply = client.held;
+            *reply = client.held.record;
             return VLK_OK;
         }
         const int result =
@@ -203,6 +233,8 @@ int wait_before(vlk_client &client, uint32_t seq, at_cmd_msg *reply, int64_t dea
 
 int open_client(vlk_client &client, const vlk_place *place)
 {
+    if (!count_forks())
+        return fail(VLK_SYSTEM, "out of memory");
     if (client.number < 0)
         return fail(VLK_INVALID, "this process has too many clients open (%u)", LAST_NUMBER + 1);
     if (const int failed = client.page.open(place))
@@ -245,7 +277,7 @@ void vlk_close(vlk_client *client)
 {
     if (client == nullptr)
         return;
-    if (client->process == getpid())
+    if (client->forks == g_forks)
         drop_replies(*client);
     delete client;
 }

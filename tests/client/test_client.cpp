@@ -127,6 +127,13 @@ TEST_F(ClientTest, EveryClientHasAnIdOfItsOwnAndLeavesNothingBehind)
     EXPECT_EQ(daemon.reply_count(), 0U) << "it fills everybody's queue";
     EXPECT_EQ(vlk_open(&one_more, &place), VLK_OK) << "the Ids were not given back";
     vlk_close(one_more);
+
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(vlk_send(client, &record, 0));
+    int status = 0;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(WEXITSTATUS(status), VLK_INVALID) << "it would take its parent's replies";
 }
 
 TEST_F(ClientTest, AFullRequestQueueIsWaitedFor)
@@ -154,6 +161,7 @@ TEST_F(ClientTest, AWaitEndsWhenTheReplyComesOrTheDaemonGoes)
     };
     expect_end([this](const auto &r) { daemon.answer(r, "", 2); }, VLK_OK, 700ms, "the reply did not wake");
     expect_end([this](const auto &) { daemon.claim(0); }, VLK_NOT_RUNNING, 2s, "the daemon died");
+    EXPECT_EQ(vlk_send(client, &record, 0), VLK_NOT_RUNNING);
     daemon.claim(1);
     expect_end([this](const auto &) { daemon.remove_queues(); }, VLK_NOT_RUNNING, 2s, "there is a new one");
     record.req_type = ACTIVE_REPORT;
