@@ -179,7 +179,7 @@ ssize_t at_device_read(const at_device &device, std::span<char> buffer)
 
 at_write at_device_write(const at_device &device, std::span<const char> bytes, int limit_ms)
 {
-    const int64_t end = now_ms() + limit_ms;
+    int64_t end = -1; // asked for only when the device does not take it all at once
     const size_t whole = bytes.size();
     while (!bytes.empty()) {
         const ssize_t count = write_some(device, bytes);
@@ -189,7 +189,9 @@ at_write at_device_write(const at_device &device, std::span<const char> bytes, i
         }
         if (count < 0 && errno != EAGAIN && errno != EINTR)
             return at_write::BROKEN;
-        const int64_t left = end - now_ms();
+        const int64_t now = now_ms();
+        end = end < 0 ? now + limit_ms : end;
+        const int64_t left = end - now;
         pollfd writable{device.fd, POLLOUT, 0};
         if (left <= 0 || poll(&writable, 1, static_cast<int>(left)) == 0)
             return bytes.size() == whole ? at_write::REFUSED : at_write::BROKEN;

@@ -42,7 +42,10 @@ bool is_no_pdu(std::string_view text)
 
 bool at_is_final_result(std::string_view line)
 {
-    return std::ranges::any_of(final_texts, [line](std::string_view text) { return line.starts_with(text); });
+    // Few lines begin like one of them: the first characters spare most comparisons.
+    return !line.empty() && std::ranges::any_of(final_texts, [line](std::string_view text) {
+        return line.front() == text.front() && line.starts_with(text);
+    });
 }
 
 void at_framing::feed(std::string_view bytes, int64_t now_ms)
@@ -162,6 +165,8 @@ void at_framing::end_of_pdu()
 /// Recognises a header whose unit goes on in the next line.
 bool at_framing::begin_unit(std::string_view text)
 {
+    if (!text.starts_with("+C") && !text.starts_with("^HCMGR"))
+        return false;
     free_text = is_text_mode(text);
     if (text.starts_with("+CMT:") || (text.starts_with("+CDS:") && !free_text))
         expect(unit::JOINED_PDU);

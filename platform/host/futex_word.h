@@ -1,4 +1,4 @@
-// Waiting on a word of shared memory. For the event page; any process that maps it, any thread.
+// Waiting on a word: of the event page, for any process that maps it, or of this process alone. Any thread.
 #ifndef VLK_FUTEX_WORD_H
 #define VLK_FUTEX_WORD_H
 
@@ -31,25 +31,32 @@ inline int64_t deadline_after(int32_t wait_ms)
 /// Who is meant on a word: sleepers and wake-ups with a bit in common.
 inline constexpr uint32_t FUTEX_EVERYBODY = FUTEX_BITSET_MATCH_ANY;
 
+/// Whose word it is. One that no other process maps is found faster; sleepers and wake-ups must agree.
+enum class futex_scope : int {
+    EVERY_PROCESS = 0,
+    THIS_PROCESS = FUTEX_PRIVATE_FLAG
+};
+
 /// Sleeps while the word holds `expected`, until it is woken or the deadline passes. May return early: look at the
 /// word again. False when the deadline has passed.
 inline bool futex_wait(const std::atomic<uint32_t> &word, uint32_t expected, int64_t deadline,
-                       uint32_t who = FUTEX_EVERYBODY)
+                       uint32_t who = FUTEX_EVERYBODY, futex_scope scope = futex_scope::EVERY_PROCESS)
 {
     struct {
         long seconds; // as the system call wants them, whatever the width of time_t
         long nanoseconds;
     } const until{static_cast<long>(deadline / 1'000'000'000), static_cast<long>(deadline % 1'000'000'000)};
 
-    const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET, expected,
+    const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET | static_cast<int>(scope), expected,
                                 deadline == NO_DEADLINE ? nullptr : &until, nullptr, who);
     return result == 0 || errno != ETIMEDOUT;
 }
 
 /// Wakes all of them who wait on the word. All, because a process that has no business there may wait too.
-inline void futex_wake(const std::atomic<uint32_t> &word, uint32_t who = FUTEX_EVERYBODY)
+inline void futex_wake(const std::atomic<uint32_t> &word, uint32_t who = FUTEX_EVERYBODY,
+                       futex_scope scope = futex_scope::EVERY_PROCESS)
 {
-    syscall(SYS_futex, &word, FUTEX_WAKE_BITSET, INT_MAX, nullptr, nullptr, who);
+    syscall(SYS_futex, &word, FUTEX_WAKE_BITSET | static_cast<int>(scope), INT_MAX, nullptr, nullptr, who);
 }
 
 /// Wakes the one who has waited longest. False when nobody waits.

@@ -330,14 +330,13 @@ void at_proxy::serve_device()
     if (end_lost_command())
         echo_off.not_before = now_ms() + SETTLE_MS;
     while (!stopping && !broken) {
-        const int64_t now = now_ms();
         int64_t next = framing.due();
         if (!ready) {
-            const int64_t wanted = serve_echo_off(now);
+            const int64_t wanted = serve_echo_off(now_ms());
             next = next < 0 ? wanted : std::min(next, wanted);
         }
         // While there is input the modem is not silent: this thread was late.
-        if (!wait_for_input(next < 0 ? -1 : std::max<int64_t>(next - now, 0)))
+        if (!wait_for_input(next < 0 ? -1 : std::max<int64_t>(next - now_ms(), 0)))
             framing.tick(now_ms());
         else if (!pass_on_input())
             return;
@@ -494,14 +493,16 @@ void at_proxy::deliver(std::string_view text)
         answer_due = false;
     if (text.empty())
         return;
-    const int64_t end = now_ms() + (handed_out ? DELIVERY_LIMIT_MS : 0);
+    int64_t end = -1; // asked for only when it is not taken at once
     int pause_ms = 1;
     while (!stopping) {
         if (data_proc.load()(channel, text.data(), static_cast<uint32_t>(text.size())) == 0) {
             reported_loss = false;
             return;
         }
-        if (now_ms() >= end)
+        const int64_t now = now_ms();
+        end = end < 0 ? now + (handed_out ? DELIVERY_LIMIT_MS : 0) : end;
+        if (now >= end)
             break;
         VLK_sleep(static_cast<uint32_t>(pause_ms));
         pause_ms = std::min(pause_ms * 2, DELIVERY_PAUSE_MAX_MS);

@@ -176,20 +176,20 @@ bool make_room(int32_t id, long next)
 /// reply makes room, whosever it is. 0, or an errno value.
 int put_reply(int32_t id, const host_queue_message &message)
 {
+    if (put(id, &message) == 0)
+        return 0;
     const int64_t reader_deadline = deadline_after(READER_WAIT_MS);
-    for (int attempt = 0; attempt < ATTEMPTS_MAX; ++attempt) {
+    for (int attempt = 1; errno == EAGAIN && attempt < ATTEMPTS_MAX; ++attempt) {
+        if (!make_room(id, message.type)) {
+            if (monotonic_ns() < reader_deadline)
+                VLK_sleep(1);
+            else
+                drop_reply(id, 0);
+        }
         if (put(id, &message) == 0)
             return 0;
-        if (errno != EAGAIN)
-            return errno;
-        if (make_room(id, message.type))
-            continue;
-        if (monotonic_ns() < reader_deadline)
-            VLK_sleep(1);
-        else
-            drop_reply(id, 0);
     }
-    return EAGAIN;
+    return errno;
 }
 
 /// A request was taken. The room is offered to a client that waits for it, but as a rule not while the queue stays all

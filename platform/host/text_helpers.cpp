@@ -27,7 +27,7 @@ int At_strncasecmp(const char *a, const char *b, uint32_t count)
     a = or_empty(a);
     b = or_empty(b);
     for (; count > 0; --count, ++a, ++b) {
-        const int order = lower(*a) - lower(*b);
+        const int order = *a == *b ? 0 : lower(*a) - lower(*b);
         if (order != 0 || *a == '\0')
             return order;
     }

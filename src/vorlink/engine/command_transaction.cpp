@@ -89,7 +89,7 @@ int write_to_smd(const char *patcmd, int *retcode, uint32_t len)
         return -1;
     }
     trace(PROGRESS, "The at cmd string sent from USB is *** !\n");
-    char line[AT_CMD_STR_SIZE] = {};
+    char line[AT_CMD_STR_SIZE];
     std::size_t kept = std::min<std::size_t>(len, sizeof line - 1);
     memcpy_s(line, sizeof line, patcmd, kept);
     while (kept > 0 && is_line_end(line[kept - 1]))
