@@ -45,9 +45,9 @@ PART:
   start     milliseconds until the modem is ready
 )";
 
-constexpr int ROUNDS = 11;            ///< of each thing, in turns; results are medians over them
-constexpr int ROUND_TRIP_ROUNDS = 31; ///< the same, of single commands: their 99th percentile varies more
-constexpr int COMMANDS = 2000;        ///< of a single client in a round
+constexpr int ROUNDS = 31;         ///< of each thing, in turns; results are medians over them
+constexpr int COMMANDS = 2000;     ///< of a single client in a round
+constexpr int ALL_COMMANDS = 3000; ///< of several clients together in a round
 constexpr int32_t LIMIT_MS = 10'000;
 
 [[noreturn]] void fail(const char *what, const char *why)
@@ -325,7 +325,7 @@ void measure_round_trips(const std::string &part, const place &daemon_place)
     round_trip warm_up, through_daemon, through_relay;
     measure_round(to_daemon, warm_up);
     measure_round(to_relay, warm_up);
-    for (int round = 0; round < ROUND_TRIP_ROUNDS; ++round) {
+    for (int round = 0; round < ROUNDS; ++round) {
         measure_round(to_daemon, through_daemon);
         measure_round(to_relay, through_relay);
     }
@@ -344,7 +344,7 @@ void measure_pty(place where)
     daemon_client client(where);
     round_trip warm_up, result;
     measure_round(client, warm_up);
-    for (int round = 0; round < ROUND_TRIP_ROUNDS; ++round)
+    for (int round = 0; round < ROUNDS; ++round)
         measure_round(client, result);
     print_round_trip("command/pty", result);
 }
@@ -353,7 +353,6 @@ void measure_pty(place where)
 template <typename Client>
 double measure_clients(int clients, const place &where)
 {
-    constexpr int ALL_COMMANDS = 8000;
     std::array<int, 2> gate{};
     check(pipe(gate.data()) == 0, "pipe");
     std::array<int, 2> arrivals{};
