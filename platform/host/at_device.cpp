@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -17,15 +16,10 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include "futex_word.h"
+
 namespace
 {
-int64_t now_ms()
-{
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1'000'000;
-}
-
 /// A pty has no lines to share, and whoever holds its other end may keep the exclusive mark alive after us.
 bool is_pty(const struct stat &about)
 {
@@ -189,7 +183,7 @@ at_write at_device_write(const at_device &device, std::span<const char> bytes, i
         }
         if (count < 0 && errno != EAGAIN && errno != EINTR)
             return at_write::BROKEN;
-        const int64_t now = now_ms();
+        const int64_t now = monotonic_ms();
         end = end < 0 ? now + limit_ms : end;
         const int64_t left = end - now;
         pollfd writable{device.fd, POLLOUT, 0};

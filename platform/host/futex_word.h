@@ -22,6 +22,12 @@ inline int64_t monotonic_ns()
     return int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec;
 }
 
+/// Milliseconds of the same clock.
+inline int64_t monotonic_ms()
+{
+    return monotonic_ns() / 1'000'000;
+}
+
 /// The deadline that many milliseconds from now; a negative number of them is no limit.
 inline int64_t deadline_after(int32_t wait_ms)
 {

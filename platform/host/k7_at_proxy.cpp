@@ -44,11 +44,6 @@ constexpr std::string_view LOST_ANSWER = "\r\nNO CARRIER\r\n";
 
 constexpr const char *prompting_commands[] = {"AT+CMGS=", "AT+CMGW=", "AT^HCMGS=", "AT^HCMGW="};
 
-int64_t now_ms()
-{
-    return monotonic_ns() / 1'000'000;
-}
-
 /// The echo of a line, without what may or may not be echoed at its end.
 std::string_view trimmed(std::string_view text)
 {
@@ -98,8 +93,7 @@ struct echo_off_state {
     bool escape = false; ///< the modem waits for a text that an earlier program began
     int64_t ask_at = 0;
     int64_t settled_at = -1; ///< -1: no answer yet
-    int64_t not_before =
-        0; ///< until then the daemon takes the end of a lost command, so that no new one does
+    int64_t not_before = 0;  ///< until then the end of a lost command may come
 };
 
 class at_proxy final : public at_framing_sink
@@ -272,9 +266,9 @@ void at_proxy::read_until_stopped()
             serve_device();
             close_device();
         }
-        const int64_t retry_at = now_ms() + RETRY_MS;
-        while (!stopping && now_ms() < retry_at)
-            wait_for_input(retry_at - now_ms());
+        const int64_t retry_at = monotonic_ms() + RETRY_MS;
+        while (!stopping && monotonic_ms() < retry_at)
+            wait_for_input(retry_at - monotonic_ms());
     }
 }
 
@@ -326,18 +320,18 @@ void at_proxy::serve_device()
     framing.reset();
     reported_noise = reported_nul = reported_stray_result = in_noise = prompt_due = false;
     echo_off = {};
-    echo_off.ask_at = now_ms();
+    echo_off.ask_at = monotonic_ms();
     if (end_lost_command())
-        echo_off.not_before = now_ms() + SETTLE_MS;
+        echo_off.not_before = monotonic_ms() + SETTLE_MS;
     while (!stopping && !broken) {
         int64_t next = framing.due();
         if (!ready) {
-            const int64_t wanted = serve_echo_off(now_ms());
+            const int64_t wanted = serve_echo_off(monotonic_ms());
             next = next < 0 ? wanted : std::min(next, wanted);
         }
         // While there is input the modem is not silent: this thread was late.
-        if (!wait_for_input(next < 0 ? -1 : std::max<int64_t>(next - now_ms(), 0)))
-            framing.tick(now_ms());
+        if (!wait_for_input(next < 0 ? -1 : std::max<int64_t>(next - monotonic_ms(), 0)))
+            framing.tick(monotonic_ms());
         else if (!pass_on_input())
             return;
     }
@@ -401,7 +395,7 @@ bool at_proxy::pass_on_input()
     std::array<char, 4096> bytes;
     const ssize_t count = at_device_read(device, bytes);
     if (count > 0)
-        framing.feed({bytes.data(), static_cast<size_t>(count)}, now_ms());
+        framing.feed({bytes.data(), static_cast<size_t>(count)}, monotonic_ms());
     return count >= 0;
 }
 
@@ -440,12 +434,12 @@ bool at_proxy::swallow(std::string_view text)
         return true;
     ++echo_off.answered;
     if (text != "OK" && ++echo_off.refused < REFUSALS_ACCEPTED) {
-        echo_off.ask_at = now_ms();
+        echo_off.ask_at = monotonic_ms();
         return true;
     }
     if (echo_off.refused == REFUSALS_ACCEPTED)
         PROXY_TRACE(2, "the modem on %s refuses ATE0: its echo stays on", host_settings().device);
-    const int64_t settled_at = now_ms() + (echo_off.answered < echo_off.asked ? SETTLE_MS : 0);
+    const int64_t settled_at = monotonic_ms() + (echo_off.answered < echo_off.asked ? SETTLE_MS : 0);
     echo_off.settled_at = std::max(settled_at, echo_off.not_before);
     return true;
 }
@@ -500,7 +494,7 @@ void at_proxy::deliver(std::string_view text)
             reported_loss = false;
             return;
         }
-        const int64_t now = now_ms();
+        const int64_t now = monotonic_ms();
         end = end < 0 ? now + (handed_out ? DELIVERY_LIMIT_MS : 0) : end;
         if (now >= end)
             break;

@@ -117,9 +117,10 @@ ssize_t take(int32_t id, taken_message *taken, long type)
     return msgrcv(id, &taken->message, RECORD_SIZE + 1, type, IPC_NOWAIT | MSG_NOERROR);
 }
 
-int put(int32_t id, const host_queue_message *message)
+/// 0, or an errno value: EAGAIN when the queue is full.
+int put(int32_t id, const host_queue_message &message)
 {
-    return msgsnd(id, message, RECORD_SIZE, IPC_NOWAIT);
+    return msgsnd(id, &message, RECORD_SIZE, IPC_NOWAIT) == 0 ? 0 : errno;
 }
 
 /// The clients whose replies wait, the oldest first: as many as there is room for. It looks without taking, so that a
@@ -176,20 +177,20 @@ bool make_room(int32_t id, long next)
 /// reply makes room, whosever it is. 0, or an errno value.
 int put_reply(int32_t id, const host_queue_message &message)
 {
-    if (put(id, &message) == 0)
-        return 0;
+    int cause = put(id, message);
+    if (cause != EAGAIN)
+        return cause;
     const int64_t reader_deadline = deadline_after(READER_WAIT_MS);
-    for (int attempt = 1; errno == EAGAIN && attempt < ATTEMPTS_MAX; ++attempt) {
+    for (int attempt = 1; cause == EAGAIN && attempt < ATTEMPTS_MAX; ++attempt) {
         if (!make_room(id, message.type)) {
             if (monotonic_ns() < reader_deadline)
                 VLK_sleep(1);
             else
                 drop_reply(id, 0);
         }
-        if (put(id, &message) == 0)
-            return 0;
+        cause = put(id, message);
     }
-    return errno;
+    return cause;
 }
 
 /// A request was taken. The room is offered to a client that waits for it, but as a rule not while the queue stays all

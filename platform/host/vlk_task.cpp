@@ -71,9 +71,8 @@ int VLK_event_recv(uint32_t mask, int32_t wait_ms, uint32_t *events)
         }
         if (!in_time)
             return 0;
-        owner_may_sleep = true;
-        in_time = futex_wait(word, raised,
-                             deadline); // which returns when a bit was raised before `owner_may_sleep`
+        owner_may_sleep = true; // a bit that was raised before this line ends the wait at once
+        in_time = futex_wait(word, raised, deadline);
         owner_may_sleep = false;
     }
 }
