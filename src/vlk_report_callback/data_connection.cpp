@@ -52,6 +52,43 @@ void add_to_statistics(const dsflow_record &record)
     g_dsflowStats.curr_rx_flow = record.curr_rx_flow;
 }
 
+/// The texts of a report about a context; those that it does not have stay empty.
+struct connection_texts {
+    char cid[10];
+    char pdp_type[10];
+    char stat[10];
+    char err_code[10];
+};
+
+using connection_text = named_member<connection_texts, char[10]>;
+
+// ^DCONN and ^DEND.
+constexpr connection_text CONTEXT_TEXTS[] = {
+    {"cid", &connection_texts::cid},
+    {"pdp_type", &connection_texts::pdp_type},
+};
+
+// ^NDISSTATEX, and ^NDISSTAT but for the cid.
+constexpr connection_text INTERFACE_TEXTS[] = {
+    {"cid", &connection_texts::cid},
+    {"PDP_type", &connection_texts::pdp_type},
+    {"stat", &connection_texts::stat},
+    {"err_code", &connection_texts::err_code},
+};
+
+/// Takes the texts in the table; the last of a name counts.
+template <std::size_t rows>
+connection_texts texts_of(const report_fields &fields, const connection_text (&table)[rows])
+{
+    connection_texts texts{};
+    for (const at_field &field : fields) {
+        const auto member = member_of(table, field);
+        if (member != nullptr)
+            copy_whole(texts.*member, field.AtFieldValue);
+    }
+    return texts;
+}
+
 bool is_ipv6(const char *pdp_type)
 {
     return safe_strcmp(pdp_type, "IPV6") == 0;
@@ -69,6 +106,18 @@ void tell_disconnected(int32_t cid, int32_t cause, const char *pdp_type)
     const connection_message message = {.cid = cid, .cause = cause};
     const uint32_t type = is_ipv6(pdp_type) ? MSG_DISCONNECTED_IPV6 : MSG_DISCONNECTED;
     QEP_MSG_SendMsgData(BUS_DIALUP, type, &message, sizeof message);
+}
+
+/// Tells what the stat says. Returns 0, -1 for one that says neither: nobody is told.
+int tell_by_stat(int32_t cid, int32_t stat, const connection_texts &texts)
+{
+    if (stat == STAT_CONNECTED)
+        tell_connected(cid, texts.pdp_type);
+    else if (stat == STAT_DISCONNECTED)
+        tell_disconnected(cid, to_int(texts.err_code), texts.pdp_type);
+    else
+        return -1;
+    return 0;
 }
 
 } // namespace
@@ -101,102 +150,57 @@ void dsflow_report_callback(char *line, int32_t)
 
 void dconn_report_callback(char *line, int32_t)
 {
-    char cid[10] = {};
-    char pdp_type[10] = {};
     trace(PROGRESS, "[dconn_report_callback] enter!\n");
     report_fields fields("^DCONN", line);
     if (fields.status() != 0) {
         trace(ERROR, "dconn_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "cid"))
-            copy_whole(cid, field.AtFieldValue);
-        else if (is_named(field, "pdp_type"))
-            copy_whole(pdp_type, field.AtFieldValue);
-    }
+    const connection_texts texts = texts_of(fields, CONTEXT_TEXTS);
     fields.release();
-    tell_connected(to_int(cid), pdp_type);
+    tell_connected(to_int(texts.cid), texts.pdp_type);
 }
 
 void dend_report_callback(char *line, int32_t)
 {
-    char cid[10] = {};
-    char pdp_type[10] = {};
     trace(PROGRESS, "[dend_report_callback] enter!\n");
     report_fields fields("^DEND", line);
     if (fields.status() != 0) {
         trace(PROGRESS, "dend_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "cid"))
-            copy_whole(cid, field.AtFieldValue);
-        else if (is_named(field, "pdp_type"))
-            copy_whole(pdp_type, field.AtFieldValue);
-    }
+    const connection_texts texts = texts_of(fields, CONTEXT_TEXTS);
     fields.release();
-    tell_disconnected(to_int(cid), NO_CAUSE, pdp_type);
+    tell_disconnected(to_int(texts.cid), NO_CAUSE, texts.pdp_type);
 }
 
 void ndisstat_report_callback(char *line, int32_t)
 {
-    char pdp_type[10] = {};
-    char stat_text[10] = {};
-    char err_code[10] = {};
     trace(PROGRESS, "[ndisstat_report_callback] enter!\n");
     report_fields fields("^NDISSTAT", line);
     if (fields.status() != 0) {
         trace(ERROR, "ndisstat_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "PDP_type"))
-            copy_whole(pdp_type, field.AtFieldValue);
-        else if (is_named(field, "stat"))
-            copy_whole(stat_text, field.AtFieldValue);
-        else if (is_named(field, "err_code"))
-            copy_whole(err_code, field.AtFieldValue);
-    }
+    const connection_texts texts = texts_of(fields, INTERFACE_TEXTS);
     fields.release();
-    const int32_t stat = to_int(stat_text);
-    if (stat == STAT_CONNECTED)
-        tell_connected(NDISSTAT_CID, pdp_type);
-    else if (stat == STAT_DISCONNECTED)
-        tell_disconnected(NDISSTAT_CID, to_int(err_code), pdp_type);
-    else
+    const int32_t stat = to_int(texts.stat);
+    if (tell_by_stat(NDISSTAT_CID, stat, texts) != 0)
         trace(PROGRESS, "ndisstat_report_callback rptbuf_stat_dec =[%d]\n", stat);
 }
 
 void ndisstatex_report_callback(char *line, int32_t)
 {
-    char cid[10] = {};
-    char pdp_type[10] = {};
-    char stat_text[10] = {};
-    char err_code[10] = {};
     trace(PROGRESS, "[ndisstatex_report_callback] enter!\n");
     report_fields fields("^NDISSTATEX", line);
     if (fields.status() != 0) {
         trace(ERROR, "ndisstatex_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "cid"))
-            copy_whole(cid, field.AtFieldValue);
-        else if (is_named(field, "PDP_type"))
-            copy_whole(pdp_type, field.AtFieldValue);
-        else if (is_named(field, "stat"))
-            copy_whole(stat_text, field.AtFieldValue);
-        else if (is_named(field, "err_code"))
-            copy_whole(err_code, field.AtFieldValue);
-    }
+    const connection_texts texts = texts_of(fields, INTERFACE_TEXTS);
     fields.release();
-    const int32_t stat = to_int(stat_text);
-    if (stat == STAT_CONNECTED)
-        tell_connected(to_int(cid), pdp_type);
-    else if (stat == STAT_DISCONNECTED)
-        tell_disconnected(to_int(cid), to_int(err_code), pdp_type);
-    else
+    const int32_t stat = to_int(texts.stat);
+    if (tell_by_stat(to_int(texts.cid), stat, texts) != 0)
         trace(PROGRESS, "ndisstatex_report_callback rptbuf_stat_dec =[%d]\n", stat);
 }
 

@@ -107,18 +107,18 @@ int copy_whole(char (&buffer)[size], const char *value)
     return strncpy_s(buffer, size, shown(value), VLK_strlen_s(value));
 }
 
-/// A field's name and the member of a record that takes its value: one row of a report with many numbers.
-template <typename Record, typename Number>
+/// A field's name and the member of a record that takes its value: one row of a report with many fields.
+template <typename Record, typename Value>
 struct named_member {
     const char *name;
-    Number Record::*member;
+    Value Record::*member;
 };
 
 /// The member for this field, nullptr when no row has its name.
-template <typename Record, typename Number, std::size_t rows>
-Number Record::*member_of(const named_member<Record, Number> (&table)[rows], const at_field &field)
+template <typename Record, typename Value, std::size_t rows>
+Value Record::*member_of(const named_member<Record, Value> (&table)[rows], const at_field &field)
 {
-    for (const named_member<Record, Number> &row : table) {
+    for (const named_member<Record, Value> &row : table) {
         if (is_named(field, row.name))
             return row.member;
     }
