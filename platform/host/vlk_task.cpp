@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include "futex_word.h"
@@ -15,6 +16,23 @@
 static std::atomic<int32_t> event_task{-1};
 static std::atomic<uint32_t> event_mask{0};
 static std::atomic<bool> owner_may_sleep{false}; // here, not in the page, where anybody could change it
+
+constexpr int64_t LONG_YIELD_NS = 100'000; // others have work of their own
+constexpr int64_t YIELD_PAUSE = 64;        // times a long yield, until the next one
+
+/// Gives the processor away once: a client that has just got its reply may only want for that to send its next
+/// request, and then neither a sleep nor a wake-up is needed.
+static void yield_before_sleep()
+{
+    static std::atomic<int64_t> not_before{0};
+    const int64_t start = monotonic_ns();
+    if (start < not_before)
+        return;
+    sched_yield();
+    const int64_t took = monotonic_ns() - start;
+    if (took > LONG_YIELD_NS)
+        not_before = start + took * YIELD_PAUSE;
+}
 
 uintptr_t VLK_pthread_create(int, int, int, vlk_thread_proc proc, void *argument)
 {
@@ -62,6 +80,8 @@ int VLK_event_recv(uint32_t mask, int32_t wait_ms, uint32_t *events)
     if (events == nullptr || (mask & event_mask) == 0)
         return 0;
     std::atomic<uint32_t> &word = host_event_page()->events;
+    if (wait_ms != 0 && (word & mask) == 0)
+        yield_before_sleep();
     const int64_t deadline = deadline_after(wait_ms);
     for (bool in_time = true;;) {
         const uint32_t raised = word.load();
