@@ -17,11 +17,12 @@ static std::atomic<int32_t> event_task{-1};
 static std::atomic<uint32_t> event_mask{0};
 static std::atomic<bool> owner_may_sleep{false}; // here, not in the page, where anybody could change it
 
-constexpr int64_t LONG_YIELD_NS = 100'000; // others have work of their own
-constexpr int64_t YIELD_PAUSE = 64;        // times a long yield, until the next one
+constexpr int64_t LONG_YIELD_NS = 100'000;
+constexpr int64_t YIELD_PAUSE = 64; // times a long yield, until the next one
 
 /// Gives the processor away once: a client that has just got its reply may only want for that to send its next
-/// request, and then neither a sleep nor a wake-up is needed.
+/// request, and then neither a sleep nor a wake-up is needed. Not for a while after a long yield: others have work of
+/// their own then, and whoever yields waits for all of their turn, while a sleeper is woken in the middle of it.
 static void yield_before_sleep()
 {
     static std::atomic<int64_t> not_before{0};
@@ -80,9 +81,9 @@ int VLK_event_recv(uint32_t mask, int32_t wait_ms, uint32_t *events)
     if (events == nullptr || (mask & event_mask) == 0)
         return 0;
     std::atomic<uint32_t> &word = host_event_page()->events;
+    const int64_t deadline = deadline_after(wait_ms);
     if (wait_ms != 0 && (word & mask) == 0)
         yield_before_sleep();
-    const int64_t deadline = deadline_after(wait_ms);
     for (bool in_time = true;;) {
         const uint32_t raised = word.load();
         if ((raised & mask) != 0) {
