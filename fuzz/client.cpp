@@ -52,7 +52,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     fuzz_input in(data, size);
     const at_cmd_msg request = take_request(in);
-    restart_daemon({reinterpret_cast<const char *>(data), size});
+    restart_daemon();
     fake::stop_recording();
     fake::deliver(in.take_part());
     schedule_deliveries(in);

@@ -32,15 +32,12 @@ inline void finish_flow_statistics()
 }
 
 /// Forgets everything that an earlier input left behind: a CR LF ends what the line scanner was in the middle of, a
-/// final result empties the collection. text: what is going to be worked on.
-inline void restart_daemon(std::string_view text)
+/// final result empties the collection.
+inline void restart_daemon()
 {
-    static bool counted = false; // flow reports, since the count was zero
     int retcode = 0;
     fake::reset();
-    if (counted)
-        finish_flow_statistics();
-    counted = text.find("^DSFLOWRPT") != text.npos;
+    finish_flow_statistics();
     g_vlkTaskId = fake::TASK_ID;
     at_sm_reset();
     stored_report_reset();

@@ -36,7 +36,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     at_cmd_msg msg{};
     constexpr uint32_t types[] = {ACTIVE_REPORT, AT_COMMAND, AT_RAW_COMMAND, AT_UNANSWERED};
     msg.req_type = types[in.take_byte() & 3];
-    restart_daemon({reinterpret_cast<const char *>(data), size});
+    restart_daemon();
     in.take_part().copy(g_atCmdStr, sizeof g_atCmdStr - 1);
     const std::string_view text = in.take(MAX_ATCMD_REPORT_SIZE - 1);
     std::vector<char> line(text.begin(), text.end()); // ends where the text ends: reading past it is seen

@@ -115,7 +115,7 @@ bool depends_on_delivery(const std::string &line)
 
 std::vector<std::string> events_of(std::string_view text, std::size_t cut)
 {
-    restart_daemon(text);
+    restart_daemon();
     int retcode = 0;
     for (const std::string_view delivery : {text.substr(0, cut), text.substr(cut)}) {
         fake::deliver(delivery);
@@ -155,7 +155,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     fuzz_input in(data, size);
     const uint8_t kind = in.take_byte();
     const at_cmd_msg msg = take_record(in);
-    restart_daemon({reinterpret_cast<const char *>(data), size});
+    restart_daemon();
     switch (kind & 3) {
     case 0:
         run_transaction(msg, at_send_normal_cmd_msg, 1, in);
