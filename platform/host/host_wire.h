@@ -7,6 +7,7 @@
 #include <cstdint>
 
 #include "at_cmd_msg.h"
+#include "modem_state.h"
 
 // ---- Names. Every daemon has a runtime folder and an IPC base of its own.
 
@@ -25,14 +26,6 @@ inline constexpr uint32_t HOST_CLAIM_KEY = 0;
 // waits for a reply sleeps on `replies`.
 
 inline constexpr uint32_t HOST_PAGE_MAGIC = 0x4B4C5601;
-
-/// Values of host_page::modem.
-enum host_modem_state : uint32_t {
-    HOST_MODEM_ABSENT = 0,   ///< the device cannot be opened
-    HOST_MODEM_SILENT = 1,   ///< open, but nothing has answered yet
-    HOST_MODEM_READY = 2,    ///< the modem has answered
-    HOST_MODEM_RELEASED = 3, ///< the daemon has unregistered from the modem
-};
 
 struct host_page {
     std::atomic<uint32_t> magic;  ///< HOST_PAGE_MAGIC once the daemon has set the page up

@@ -18,6 +18,7 @@
 
 #include "at_device.h"
 #include "at_framing.h"
+#include "at_proxy.h"
 #include "host_condition.h"
 #include "host_start.h"
 #include "qep_trace.h"
@@ -126,7 +127,11 @@ private:
     std::string_view without_noise(std::string_view text);
     void report_once(bool &reported, const char *what);
     void wake_reader() const;
-    static void set_modem(host_modem_state state) { host_event_page()->modem = state; }
+    static void set_modem(host_modem_state state)
+    {
+        host_event_page()->modem = state;
+        modem_state_set(state, "");
+    }
 
     // Registration and stopping: one at a time.
     std::mutex registration;
@@ -511,6 +516,8 @@ int K7_APP_RegCallBack(uint32_t channel, k7_data_proc data_proc, k7_send_proc *s
 {
     return proxy.register_client(channel, data_proc, send_proc);
 }
+
+void at_proxy_asker_gone(uint32_t) {} // the wait goes on for its whole time limit
 
 int K7_App_Ungister(void)
 {
