@@ -9,7 +9,6 @@
 #include <thread>
 
 #include "ctl_output.h"
-#include "vlk_queues.h"
 
 using nlohmann::ordered_json;
 using std::string;
@@ -36,17 +35,22 @@ int32_t limit_of(const request_options &limits, const at_cmd_msg &request, int32
     return (seconds + OTHERS_SECONDS) * 1000;
 }
 
-int exchange(const common_options &common, at_cmd_msg &record, int32_t limit_ms, string_view what)
+int exchange(const common_options &common, const request_options &limits, at_cmd_msg &record,
+             int32_t limit_ms, string_view what)
 {
     const vlk_place place = common.place();
     vlk_client *opened = nullptr;
     int result = vlk_open(&opened, &place);
     const client_handle client(opened, vlk_close);
+    if (result == VLK_OK && limits.wait_modem > 0)
+        result = vlk_wait_modem(client.get(), static_cast<int32_t>(limits.wait_modem * 1000));
     if (result == VLK_OK)
         result = vlk_exchange(client.get(), &record, &record, limit_ms);
     if (result != VLK_OK)
         return report_failure(result, common.json);
-    return report_reply(record, vlk_client_modem(client.get()), what, common.json);
+    const bool is_done = record.snd_rcv_msg.ret_val == AT_OK;
+    return report_reply(record, is_done ? uint32_t{VLK_MODEM_READY} : vlk_client_modem(client.get()), what,
+                        common.json);
 }
 
 vlk_mode mode_of(const at_options &options)
@@ -58,14 +62,14 @@ vlk_mode mode_of(const at_options &options)
 
 string status_text(const vlk_status &status)
 {
-    char base[16];
-    std::snprintf(base, sizeof base, "0x%08X", status.base);
-    const string capacity = " of " + std::to_string(VLK_QUEUE_CAPACITY);
-    return "daemon:    running, pid " + std::to_string(status.pid) +
-           "\nmodem:     " + vlk_modem_text(status.modem) +
-           "\nrequests:  " + std::to_string(status.requests) + capacity +
-           "\nreplies:   " + std::to_string(status.replies) + capacity + "\nIPC base:  " + base +
-           "\nfolder:    " + status.runtime_dir;
+    string text = "daemon:   running, pid " + std::to_string(status.pid) + "\ndevice:   " + status.device +
+                  "\nmodem:    " + vlk_modem_text(status.modem) + ", for " +
+                  std::to_string(status.modem_seconds) + " s";
+    if (status.reason[0] != '\0')
+        text += string("\nreason:   ") + status.reason;
+    text += string("\nrunning:  ") + (status.running[0] != '\0' ? status.running : "nothing") +
+            "\nwaiting:  " + std::to_string(status.waiting) + "\nfolder:   " + status.runtime_dir;
+    return text;
 }
 
 /// Looks again and again, since neither the daemon nor its files may be there yet, until the modem is ready or the
@@ -91,14 +95,14 @@ int run_at(const common_options &common, const request_options &limits, const at
                                         mode_of(options), limits.timeout);
     if (result != VLK_OK)
         return report_failure(result, common.json);
-    return exchange(common, record, limit_of(limits, record, 1), options.command);
+    return exchange(common, limits, record, limit_of(limits, record, 1), options.command);
 }
 
 int run_rssi(const common_options &common)
 {
     at_cmd_msg record;
     vlk_fill_rssi(&record);
-    return exchange(common, record, RSSI_LIMIT_MS, "rssi");
+    return exchange(common, {}, record, RSSI_LIMIT_MS, "rssi");
 }
 
 int run_sms(const common_options &common, const request_options &limits, vlk_sms action, const string &pdu)
@@ -108,7 +112,8 @@ int run_sms(const common_options &common, const request_options &limits, vlk_sms
     if (result != VLK_OK)
         return report_failure(result, common.json);
     const string_view text = record.snd_rcv_msg.cmd;
-    return exchange(common, record, limit_of(limits, record, 2), string(text.substr(0, text.find('\r'))));
+    return exchange(common, limits, record, limit_of(limits, record, 2),
+                    string(text.substr(0, text.find('\r'))));
 }
 
 int run_stop_scan(const common_options &common)
@@ -150,10 +155,11 @@ int run_status(const common_options &common, std::optional<double> wait_ready)
     const ordered_json object = {{"running", true},
                                  {"pid", status.pid},
                                  {"modem", vlk_modem_text(status.modem)},
-                                 {"requests", status.requests},
-                                 {"replies", status.replies},
-                                 {"capacity", static_cast<int>(VLK_QUEUE_CAPACITY)},
-                                 {"base", status.base},
+                                 {"modem_seconds", status.modem_seconds},
+                                 {"device", status.device},
+                                 {"reason", status.reason},
+                                 {"command", status.running},
+                                 {"waiting", status.waiting},
                                  {"runtime_dir", status.runtime_dir}};
     return print_json(object) ? done : EXIT_OTHER;
 }

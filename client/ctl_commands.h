@@ -11,15 +11,15 @@
 
 struct common_options {
     std::string runtime_dir; // empty: the environment's
-    uint32_t base = 0;       // 0: what the daemon uses
     bool json = false;
 
-    vlk_place place() const { return {runtime_dir.empty() ? nullptr : runtime_dir.c_str(), base}; }
+    vlk_place place() const { return {runtime_dir.empty() ? nullptr : runtime_dir.c_str()}; }
 };
 
 struct request_options {
     int32_t timeout = 10;       // seconds for the modem
     std::optional<double> wait; // seconds for everything; none: long enough
+    double wait_modem = 0;      // seconds until the modem is ready
 };
 
 struct at_options {

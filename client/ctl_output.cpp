@@ -105,6 +105,8 @@ ctl_exit exit_code_of(int result)
         return EXIT_NO_ANSWER;
     case VLK_INVALID:
         return EXIT_USAGE;
+    case VLK_NO_MODEM:
+        return EXIT_NO_MODEM;
     default:
         return EXIT_OTHER;
     }

@@ -17,7 +17,8 @@ enum ctl_exit : int {
     EXIT_NO_ANSWER = 3,
     EXIT_NOT_RUNNING = 4,
     EXIT_DENIED = 5,
-    EXIT_OTHER = 6
+    EXIT_OTHER = 6,
+    EXIT_NO_MODEM = 7
 };
 
 /// Text of the modem as a person may see it: CR LF becomes a line feed; on a terminal every other control character

@@ -1,59 +1,34 @@
-// Requests through the daemon's queues.
+// Requests through the daemon's socket.
 #include "vlk_client.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <bit>
 #include <cerrno>
+#include <charconv>
 #include <cstring>
+#include <memory>
 #include <new>
+#include <string_view>
 
+#include <poll.h>
 #include <pthread.h>
-#include <sched.h>
-#include <sys/msg.h>
-#include <sys/random.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
-#include "daemon_page.h"
+#include "daemon_place.h"
 #include "futex_word.h"
 #include "last_error.h"
-#include "vlk_queues.h"
 
-static_assert(uint32_t{VLK_MODEM_ABSENT} == HOST_MODEM_ABSENT &&
-              uint32_t{VLK_MODEM_SILENT} == HOST_MODEM_SILENT &&
-              uint32_t{VLK_MODEM_READY} == HOST_MODEM_READY &&
-              uint32_t{VLK_MODEM_RELEASED} == HOST_MODEM_RELEASED);
 static_assert(sizeof(vlk_status::runtime_dir) >= HOST_FOLDER_SIZE);
 
 namespace
 {
-constexpr int64_t LIFE_CHECK_NS = 1'000'000'000;
-constexpr int ROOM_YIELDS = 4;        // before a client sleeps until the request queue has room
-constexpr uint32_t LAST_NUMBER = 511; // numbers that fit above the process id
+constexpr int32_t STATUS_LIMIT_MS = 5000;
+constexpr int64_t MODEM_LOOK_NS = 100'000'000; // between two looks at a modem that is waited for
+constexpr std::array<const char *, 4> MODEM_TEXTS = {"absent", "silent", "ready", "released"};
 
-/// Numbers that tell the clients of this process apart: one bit each, set while it is in use. Any thread.
-std::array<std::atomic<uint64_t>, (LAST_NUMBER + 1) / 64> g_numbers;
-
-/// A free number, or -1 when all are in use.
-int take_number()
-{
-    for (size_t word = 0; word < g_numbers.size(); word++) {
-        uint64_t used = g_numbers[word];
-        while (~used != 0) {
-            const int bit = std::countr_one(used);
-            if (g_numbers[word].compare_exchange_weak(used, used | uint64_t{1} << bit))
-                return static_cast<int>(word) * 64 + bit;
-        }
-    }
-    return -1;
-}
-
-void give_number_back(int number)
-{
-    const auto at = static_cast<size_t>(number);
-    g_numbers[at / 64] &= ~(uint64_t{1} << at % 64);
-}
+using hub_handle = std::unique_ptr<vlk_hub, decltype(&vlk_hub_close)>;
 
 /// Counts the forks that led to this process. A process id would tell a child, too, but costs a system call.
 std::atomic<uint32_t> g_forks;
@@ -63,95 +38,30 @@ bool count_forks()
     static const bool counted = pthread_atfork(nullptr, nullptr, [] { ++g_forks; }) == 0;
     return counted;
 }
-
-/// A start that differs between clients, so that nobody takes a reply to an earlier client with the same Id: one of
-/// this process that was closed too early, or of a process with the same number.
-uint32_t first_seq()
-{
-    uint32_t seq = 0;
-    if (getrandom(&seq, sizeof seq, GRND_NONBLOCK) != sizeof seq)
-        seq = static_cast<uint32_t>(monotonic_ns());
-    return seq;
-}
 } // namespace
 
 struct vlk_client {
-    daemon_page page;
-    int requests = -1; // queues
-    int replies = -1;
-    pid_t process = getpid();
-    uint32_t forks = g_forks; // that led to it
-    int number = take_number();
-    int64_t check_at = 0;        // when the daemon's life is to be looked at again
-    uint32_t seq = first_seq();  // of the last request
-    uint32_t replies_before = 0; // count of the daemon's replies when it was sent
-    bool holds = false;          // a reply that was taken from the queue and not handed out yet
-    host_queue_message held{};
+    host_paths paths{};
+    int fd = -1;
+    uint32_t forks = g_forks; // that led to the process that opened it
+    uint32_t seq = 0;         // of the last request
+    bool modem_seen = false;  // ready, since the connection was made
+    bool holds = false;       // a reply that came before the one that was waited for
+    at_cmd_msg held{};
 
-    int32_t id() const
+    ~vlk_client() { disconnect(); }
+
+    void disconnect()
     {
-        return static_cast<int32_t>(static_cast<uint32_t>(number) << HOST_ID_PID_BITS |
-                                    static_cast<uint32_t>(process));
-    }
-    ~vlk_client()
-    {
-        if (number >= 0)
-            give_number_back(number);
+        if (fd >= 0)
+            close(fd);
+        fd = -1;
+        holds = modem_seen = false;
     }
 };
 
 namespace
 {
-/// Takes the next reply for this client into `held`, if one has come and none is held. A vlk_result.
-int hold_next_reply(vlk_client &client)
-{
-    while (!client.holds) {
-        const ssize_t size = msgrcv(client.replies, &client.held, sizeof client.held.record, client.id(),
-                                    IPC_NOWAIT | MSG_NOERROR);
-        if (size < 0 && errno == ENOMSG)
-            return VLK_OK;
-        if (size < 0)
-            return client.page.explain_queue_failure(errno);
-        client.holds = size == sizeof client.held.record; // anything else is not from the daemon
-    }
-    return VLK_OK;
-}
-
-void drop_replies(vlk_client &client)
-{
-    do {
-        client.holds = false;
-    } while (hold_next_reply(client) == VLK_OK && client.holds);
-}
-
-/// Whether the daemon lives, as it was seen within the last second.
-bool is_alive(vlk_client &client)
-{
-    const int64_t now = monotonic_ns();
-    if (now < client.check_at)
-        return true;
-    if (!client.page.alive())
-        return false;
-    client.check_at = now + LIFE_CHECK_NS;
-    return true;
-}
-
-/// Sleeps until the word is no longer `seen`, at most for a second. VLK_OK: look again.
-int sleep_on(const vlk_client &client, const std::atomic<uint32_t> &word, uint32_t seen, int64_t deadline,
-             uint32_t who = FUTEX_EVERYBODY)
-{
-    const int64_t now = monotonic_ns();
-    if (deadline != NO_DEADLINE && now >= deadline)
-        return VLK_TIMEOUT;
-    const int64_t check = now + LIFE_CHECK_NS;
-    const bool woken =
-        futex_wait(word, seen, deadline == NO_DEADLINE ? check : std::min(deadline, check), who);
-    if (!woken && !client.page.alive())
-        return fail(VLK_NOT_RUNNING, "the daemon in %s has ended; the request is lost",
-                    client.page.paths().folder);
-    return VLK_OK;
-}
-
 int check_owner(const vlk_client &client)
 {
     if (client.forks == g_forks)
@@ -159,75 +69,147 @@ int check_owner(const vlk_client &client)
     return fail(VLK_INVALID, "this client was opened by another process");
 }
 
-void announce_request(const vlk_client &client)
+/// The value of a line "name value", empty without one.
+std::string_view value_of(std::string_view text, std::string_view name)
 {
-    client.page->events.fetch_or(VLK_EVENT_CLIENT_REQUEST, std::memory_order_release);
-    futex_wake(client.page->events);
+    while (!text.empty()) {
+        const std::string_view line = text.substr(0, text.find('\n'));
+        if (line.size() > name.size() && line.starts_with(name) && line[name.size()] == ' ')
+            return line.substr(name.size() + 1);
+        text.remove_prefix(std::min(line.size() + 1, text.size()));
+    }
+    return {};
+}
+
+uint32_t number_of(std::string_view text, std::string_view name)
+{
+    const std::string_view value = value_of(text, name);
+    uint32_t number = 0;
+    std::from_chars(value.data(), value.data() + value.size(), number);
+    return number;
+}
+
+uint32_t modem_of(std::string_view text)
+{
+    const std::string_view state = value_of(text, "modem.state");
+    const auto found = std::find(MODEM_TEXTS.begin(), MODEM_TEXTS.end(), state);
+    return static_cast<uint32_t>(found - MODEM_TEXTS.begin());
+}
+
+void copy_value(std::string_view text, std::string_view name, char *to, size_t size)
+{
+    to[value_of(text, name).copy(to, size - 1)] = '\0';
+}
+
+/// Asks the daemon in that folder. A vlk_result.
+int ask_status(const host_paths &paths, vlk_status *status, char *text, size_t size)
+{
+    const vlk_place place{paths.folder};
+    vlk_hub *opened = nullptr;
+    int result = vlk_hub_open(&opened, &place);
+    const hub_handle hub(opened, vlk_hub_close);
+    if (result == VLK_OK)
+        result = vlk_hub_status(hub.get(), text, size, STATUS_LIMIT_MS);
+    if (result != VLK_OK)
+        return result;
+    status->pid = static_cast<int32_t>(number_of(text, "daemon.pid"));
+    status->modem = modem_of(text);
+    status->modem_seconds = number_of(text, "modem.for_s");
+    status->waiting = number_of(text, "clients.waiting");
+    copy_value(text, "daemon.device", status->device, sizeof status->device);
+    copy_value(text, "modem.reason", status->reason, sizeof status->reason);
+    copy_value(text, "running.command", status->running, sizeof status->running);
+    return VLK_OK;
+}
+
+int connect_client(vlk_client &client)
+{
+    return client.fd >= 0 ? VLK_OK : connect_to_daemon(client.paths, HOST_COMMANDS_NAME, &client.fd);
+}
+
+/// A modem that is not there would let requests wait for as long as their clients do: they are told at once.
+int check_modem(vlk_client &client, int64_t deadline)
+{
+    while (!client.modem_seen) {
+        vlk_status status{};
+        std::array<char, VLK_STATUS_TEXT_SIZE> text;
+        if (const int failed = ask_status(client.paths, &status, text.data(), text.size()))
+            return failed;
+        client.modem_seen = status.modem == VLK_MODEM_READY;
+        if (client.modem_seen)
+            break;
+        if (deadline != NO_DEADLINE && monotonic_ns() + MODEM_LOOK_NS >= deadline)
+            return fail(VLK_NO_MODEM, "the modem is %s%s%s", vlk_modem_text(status.modem),
+                        status.reason[0] != '\0' ? ": " : "", status.reason);
+        poll(nullptr, 0, MODEM_LOOK_NS / 1'000'000);
+    }
+    return VLK_OK;
 }
 
 int send_before(vlk_client &client, at_cmd_msg *request, int64_t deadline)
 {
     if (const int failed = check_owner(client))
         return failed;
-    if (!is_alive(client))
-        return fail(VLK_NOT_RUNNING, "the daemon in %s has ended", client.page.paths().folder);
-    request->Id = client.id();
+    if (const int failed = connect_client(client))
+        return failed;
+    const bool needs_modem = request->req_type == AT_COMMAND || request->req_type == AT_RAW_COMMAND;
+    if (needs_modem && !client.modem_seen)
+        if (const int failed = check_modem(client, 0))
+            return failed;
     request->seq = ++client.seq;
-    client.replies_before = client.page->replies.load(std::memory_order_acquire);
-    const host_queue_message message{HOST_REQUEST_TYPE, *request};
-    for (int yields = 0;;) {
-        const uint32_t seen = client.page->requests;
-        if (msgsnd(client.requests, &message, sizeof message.record, IPC_NOWAIT) == 0)
-            break;
-        if (errno != EAGAIN)
-            return client.page.explain_queue_failure(errno);
-        if (yields++ < ROOM_YIELDS) { // a daemon at work takes the next request in microseconds
-            sched_yield();
+    while (send(client.fd, request, sizeof *request, MSG_DONTWAIT | MSG_NOSIGNAL) < 0) {
+        if (errno == EINTR)
             continue;
-        }
-        client.page->room_wanted = 1;
-        announce_request(client); // those who filled the queue may have died before they could
-        const int result = sleep_on(client, client.page->requests, seen, deadline);
-        if (result == VLK_TIMEOUT)
-            return fail(VLK_TIMEOUT, "the daemon's request queue stayed full (modem: %s)",
-                        vlk_modem_text(client.page->modem));
-        if (result != VLK_OK)
-            return result;
+        if (errno != EAGAIN)
+            return explain_failure(client.paths, HOST_COMMANDS_NAME, errno);
+        pollfd writable = {client.fd, POLLOUT, 0};
+        if (poll(&writable, 1, poll_time(deadline)) == 0)
+            return fail(VLK_TIMEOUT, "the daemon in %s took no more requests in time", client.paths.folder);
     }
-    announce_request(client);
     return VLK_OK;
+}
+
+/// The next reply, into `held`. A vlk_result.
+int receive_before(vlk_client &client, int64_t deadline)
+{
+    for (;;) {
+        const ssize_t size = recv(client.fd, &client.held, sizeof client.held, MSG_DONTWAIT);
+        if (size == ssize_t{sizeof client.held})
+            return VLK_OK;
+        if (size == 0)
+            return daemon_has_gone(client.paths);
+        if (size > 0)
+            return fail(VLK_MISMATCH, "the daemon in %s sent a reply of an unknown layout",
+                        client.paths.folder);
+        if (errno == EINTR)
+            continue;
+        if (errno != EAGAIN)
+            return explain_failure(client.paths, HOST_COMMANDS_NAME, errno);
+        pollfd readable = {client.fd, POLLIN, 0};
+        if (poll(&readable, 1, poll_time(deadline)) == 0)
+            return fail(VLK_TIMEOUT, "no reply in time");
+    }
 }
 
 int wait_before(vlk_client &client, uint32_t seq, at_cmd_msg *reply, int64_t deadline)
 {
     if (const int failed = check_owner(client))
         return failed;
-    // As long as the daemon has sent no reply to anybody, none to the last request is in the queue.
-    bool may_have_come = client.holds || seq != client.seq;
-    for (;; may_have_come = true) {
-        const uint32_t seen = client.page->replies.load(std::memory_order_acquire);
-        if (may_have_come || seen != client.replies_before) {
-            if (const int failed = hold_next_reply(client))
+    if (client.fd < 0)
+        return fail(VLK_INVALID, "no request is under way");
+    for (;;) {
+        if (!client.holds)
+            if (const int failed = receive_before(client, deadline))
                 return failed;
-        }
-        if (client.holds) {
-            const auto ahead = static_cast<int32_t>(client.held.record.seq - seq);
-            const auto ahead_of_all = static_cast<int32_t>(client.held.record.seq - client.seq);
-            const bool is_foreign = ahead_of_all > 0; // see first_seq
-            if (ahead > 0 && !is_foreign)
-                return fail(VLK_TIMEOUT, "the request was not answered, but a later one was");
-            client.holds = false;
-            if (ahead != 0)
-                continue;
-            *reply = client.held.record;
-            return VLK_OK;
-        }
-        const int result =
-            sleep_on(client, client.page->replies, seen, deadline, host_reply_waiter(client.id()));
-        if (result == VLK_TIMEOUT)
-            return fail(VLK_TIMEOUT, "no reply in time (modem: %s)", vlk_modem_text(client.page->modem));
-        if (result != VLK_OK)
-            return result;
+        client.holds = true;
+        const auto ahead = static_cast<int32_t>(client.held.seq - seq);
+        if (ahead > 0)
+            return fail(VLK_TIMEOUT, "the request was not answered, but a later one was");
+        client.holds = false;
+        if (ahead < 0)
+            continue;
+        *reply = client.held;
+        return VLK_OK;
     }
 }
 
@@ -235,26 +217,9 @@ int open_client(vlk_client &client, const vlk_place *place)
 {
     if (!count_forks())
         return fail(VLK_SYSTEM, "out of memory");
-    if (client.number < 0)
-        return fail(VLK_INVALID, "this process has too many clients open (%u)", LAST_NUMBER + 1);
-    if (const int failed = client.page.open(place))
+    if (const int failed = find_folder(place, &client.paths))
         return failed;
-    if (const int failed = client.page.find_queue(VLK_QUEUE_CLIENT_REQUEST, &client.requests))
-        return failed;
-    if (const int failed = client.page.find_queue(VLK_QUEUE_CLIENT_REPLY, &client.replies))
-        return failed;
-    drop_replies(client); // to a process that had the same id
-    return VLK_OK;
-}
-
-/// Records in a queue, 0 when it cannot be asked.
-uint32_t fill_of(const daemon_page &page, uint32_t key)
-{
-    int queue = -1;
-    msqid_ds state{};
-    if (page.find_queue(key, &queue) != VLK_OK || msgctl(queue, IPC_STAT, &state) != 0)
-        return 0;
-    return static_cast<uint32_t>(state.msg_qnum);
+    return connect_client(client);
 }
 } // namespace
 
@@ -275,11 +240,28 @@ int vlk_open(vlk_client **client, const vlk_place *place)
 
 void vlk_close(vlk_client *client)
 {
-    if (client == nullptr)
-        return;
-    if (client->forks == g_forks)
-        drop_replies(*client);
     delete client;
+}
+
+int vlk_client_fd(const vlk_client *client)
+{
+    return client == nullptr ? -1 : client->fd;
+}
+
+int vlk_wait_modem(vlk_client *client, int32_t limit_ms)
+{
+    if (client == nullptr)
+        return fail(VLK_INVALID, "no client");
+    return check_modem(*client, deadline_after(limit_ms));
+}
+
+uint32_t vlk_client_modem(const vlk_client *client)
+{
+    vlk_status status{};
+    std::array<char, VLK_STATUS_TEXT_SIZE> text;
+    if (client != nullptr)
+        ask_status(client->paths, &status, text.data(), text.size());
+    return status.modem;
 }
 
 int vlk_send(vlk_client *client, at_cmd_msg *request, int32_t limit_ms)
@@ -303,36 +285,33 @@ int vlk_exchange(vlk_client *client, at_cmd_msg *request, at_cmd_msg *reply, int
     if (request->req_type == ACTIVE_REPORT || request->req_type == AT_UNANSWERED)
         return fail(VLK_INVALID, "the daemon never answers requests of type %u", request->req_type);
     const int64_t deadline = deadline_after(limit_ms);
-    if (const int failed = send_before(*client, request, deadline))
-        return failed;
-    return wait_before(*client, request->seq, reply, deadline);
-}
-
-uint32_t vlk_client_modem(const vlk_client *client)
-{
-    return client == nullptr ? uint32_t{VLK_MODEM_ABSENT} : client->page->modem.load();
+    int result = send_before(*client, request, deadline);
+    if (result == VLK_OK)
+        result = wait_before(*client, request->seq, reply, deadline);
+    if (result == VLK_TIMEOUT)
+        client->disconnect(); // which withdraws the request
+    return result;
 }
 
 int vlk_get_status(const vlk_place *place, vlk_status *status)
 {
-    if (status == nullptr)
+    std::array<char, VLK_STATUS_TEXT_SIZE> text;
+    return vlk_get_status_text(place, status, text.data(), text.size());
+}
+
+int vlk_get_status_text(const vlk_place *place, vlk_status *status, char *text, size_t size)
+{
+    if (status == nullptr || text == nullptr || size == 0)
         return fail(VLK_INVALID, "no place for the status");
     *status = vlk_status{};
-    daemon_page page;
-    const int result = page.open(place);
-    std::strcpy(status->runtime_dir, page.paths().folder);
-    if (result != VLK_OK)
-        return result;
-    status->base = page.paths().base;
-    status->pid = page->pid;
-    status->modem = page->modem;
-    status->requests = fill_of(page, VLK_QUEUE_CLIENT_REQUEST);
-    status->replies = fill_of(page, VLK_QUEUE_CLIENT_REPLY);
-    return VLK_OK;
+    host_paths paths{};
+    if (const int failed = find_folder(place, &paths))
+        return failed;
+    std::strcpy(status->runtime_dir, paths.folder);
+    return ask_status(paths, status, text, size);
 }
 
 const char *vlk_modem_text(uint32_t modem)
 {
-    constexpr std::array<const char *, 4> TEXTS = {"absent", "silent", "ready", "released"};
-    return modem < TEXTS.size() ? TEXTS[modem] : "unknown";
+    return modem < MODEM_TEXTS.size() ? MODEM_TEXTS[modem] : "unknown";
 }

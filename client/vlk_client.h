@@ -12,7 +12,7 @@
  *
  * Results: functions that return int return a vlk_result; vlk_last_error() then says what went wrong.
  * Limits: milliseconds for the whole call, 0 to try once, negative to wait for as long as the daemon lives. A wait
- * sleeps in the kernel; about once a second it looks whether the daemon still lives.
+ * sleeps in the kernel and ends at once when the daemon does.
  * Threads: a vlk_client or vlk_hub belongs to one thread at a time; different ones may be used at the same time. The
  * library starts no thread, touches no signal and goes on waiting when a signal handler has run. A child process
  * opens its own. */
@@ -31,11 +31,12 @@ extern "C" {
 enum vlk_result {
     VLK_OK = 0,
     VLK_NOT_RUNNING = 1, /* no daemon, or it ended or was restarted: close, and open again later */
-    VLK_DENIED = 2,      /* the daemon's files or queues are not for this user; the text names the group */
-    VLK_MISMATCH = 3,    /* another version of the daemon, or another IPC base than the one asked for */
+    VLK_DENIED = 2,      /* the daemon's sockets are not for this user; the text names the group */
+    VLK_MISMATCH = 3,    /* another version of the daemon */
     VLK_TIMEOUT = 4,     /* the limit has passed */
     VLK_INVALID = 5,     /* an argument was refused; nothing was sent */
-    VLK_SYSTEM = 6       /* the system refused; the text has its reason */
+    VLK_SYSTEM = 6,      /* the system refused; the text has its reason */
+    VLK_NO_MODEM = 7 /* the modem is absent, silent or released; the text has the reason. Nothing was sent */
 };
 
 /// Cause and cure of the last failure in the calling thread, one sentence; valid until its next call.
@@ -43,11 +44,10 @@ const char *vlk_last_error(void);
 
 /* ---- The daemon ---- */
 
-/// Which daemon. NULL in place of this structure stands for {NULL, 0}.
+/// Which daemon. NULL in place of this structure stands for {NULL}.
 struct vlk_place {
     const char *runtime_dir; /* its runtime folder; NULL: VLK_RUNTIME_DIR, else that of the one daemon
                                 there is ($XDG_RUNTIME_DIR/vlk, /run/vlk, /run/vlk-NAME) */
-    uint32_t base; /* 0: the IPC base that the daemon of this folder uses; else it must be this one */
 };
 
 enum vlk_modem {
@@ -57,18 +57,28 @@ enum vlk_modem {
     VLK_MODEM_RELEASED = 3 /* the daemon has let go of the modem, commands cannot be written */
 };
 
-struct vlk_status {
-    char runtime_dir[100];
-    uint32_t base;
-    int32_t pid;       /* of the daemon */
-    uint32_t modem;    /* vlk_modem */
-    uint32_t requests; /* records that wait in the request queue, of VLK_QUEUE_CAPACITY */
-    uint32_t replies;  /* replies that no client has taken yet */
+enum {
+    VLK_STATUS_TEXT_SIZE = 4097 /* bytes for all that the daemon tells, terminator included */
 };
 
-/// Looks at the daemon without talking to it. Without a daemon the result is VLK_NOT_RUNNING and the runtime folder
-/// is all that is filled in.
+struct vlk_status {
+    char runtime_dir[100];
+    int32_t pid;            /* of the daemon */
+    uint32_t modem;         /* vlk_modem */
+    uint32_t modem_seconds; /* for so long */
+    uint32_t waiting;       /* clients whose requests wait */
+    char device[256];
+    char reason[256]; /* why the modem is not ready, and what to do; empty when it is */
+    char running[32]; /* the name of the command that runs, empty for none */
+};
+
+/// Asks the daemon, which answers also while a command runs. Without a daemon the result is VLK_NOT_RUNNING and the
+/// runtime folder is all that is filled in.
 int vlk_get_status(const struct vlk_place *place, struct vlk_status *status);
+
+/// The same with everything that the daemon tells: terminated lines of a name, a blank and a value. VLK_STATUS_TEXT_SIZE
+/// bytes are always enough.
+int vlk_get_status_text(const struct vlk_place *place, struct vlk_status *status, char *text, size_t size);
 
 /// "absent", "silent", "ready", "released", or "unknown".
 const char *vlk_modem_text(uint32_t modem);
@@ -106,29 +116,40 @@ size_t vlk_response_length(const struct at_cmd_msg *reply);
 /// The final result code of a reply as the modem writes it ("OK", "+CME ERROR", ...); "NONE" for AT_NONE and 0.
 const char *vlk_final_result(int32_t ret_val);
 
-struct vlk_client; /* a way to the daemon's queues, with an Id of its own; 512 at most in one process */
+struct vlk_client; /* a connection to the daemon */
 
-/// Finds the daemon. On failure *client is NULL.
+/// Finds the daemon and connects. On failure *client is NULL.
 int vlk_open(struct vlk_client **client, const struct vlk_place *place);
 
-/// Takes away the replies that have come for this client and frees it. NULL does nothing.
+/// Withdraws the requests that wait, ends the one that runs, and frees the client. NULL does nothing. The end of the
+/// process does the same.
 void vlk_close(struct vlk_client *client);
 
-/// Queues *request, after filling in its Id and seq. Waits for room while the request queue is full.
+/// Waits until the modem is ready; without it, commands are VLK_NO_MODEM while the modem was not ready since the
+/// client connected.
+int vlk_wait_modem(struct vlk_client *client, int32_t limit_ms);
+
+/// Sends *request after filling in its seq; its Id is the caller's own and comes back as it was. Any number of requests
+/// may be under way: they are served in order. Waits for room when too many are.
 int vlk_send(struct vlk_client *client, struct at_cmd_msg *request, int32_t limit_ms);
 
 /// Waits for the reply to the request that vlk_send gave this seq. Replies come in the order of the requests: those to
 /// earlier ones are dropped; when a later one is answered first this one never is, so the result is VLK_TIMEOUT at
-/// once and the later reply stays for its own wait.
+/// once and the later reply stays for its own wait. After VLK_TIMEOUT the request is still under way.
 int vlk_wait(struct vlk_client *client, uint32_t seq, struct at_cmd_msg *reply, int32_t limit_ms);
 
+/// For poll(): readable when a reply has come or the daemon has gone; then vlk_wait with limit 0. Valid until the next
+/// vlk_exchange or vlk_close; -1 while not connected.
+int vlk_client_fd(const struct vlk_client *client);
+
 /// vlk_send and vlk_wait within one limit; request and reply may be one record. Allow for the requests of others that
-/// may be ahead. After VLK_TIMEOUT the command may still reach the modem; its reply is dropped. Requests that
-/// the daemon never answers (ACTIVE_REPORT, AT_UNANSWERED) are VLK_INVALID here.
+/// may be ahead. VLK_TIMEOUT withdraws the request, and everything else that this client has under way: what has not
+/// reached the modem by then never does. Requests that the daemon never answers (ACTIVE_REPORT, AT_UNANSWERED) are
+/// VLK_INVALID here.
 int vlk_exchange(struct vlk_client *client, struct at_cmd_msg *request, struct at_cmd_msg *reply,
                  int32_t limit_ms);
 
-/// The modem as the daemon sees it now: a vlk_modem.
+/// The modem as the daemon sees it now: a vlk_modem, VLK_MODEM_ABSENT also without a daemon. Asks the daemon.
 uint32_t vlk_client_modem(const struct vlk_client *client);
 
 /* ---- Notifications, bus messages, synchronous requests ---- */
@@ -177,6 +198,9 @@ int vlk_hub_fd(const struct vlk_hub *hub);
 /// every other send of a vlk_hub waits at most 5 seconds for a daemon that does not read.
 int vlk_hub_send(struct vlk_hub *hub, uint32_t type, const void *data, uint32_t length);
 
+/// The daemon's state: lines of a name, a blank and a value, terminated. VLK_STATUS_TEXT_SIZE bytes are always enough.
+int vlk_hub_status(struct vlk_hub *hub, char *text, size_t size, int32_t limit_ms);
+
 /// Synchronous request of at most 4096 bytes: returns when its reply is in *reply. Packets that come in the meantime
 /// are kept; a reply that comes after the limit is dropped.
 int vlk_hub_request(struct vlk_hub *hub, int32_t module, uint32_t message, const void *data, uint32_t length,
@@ -184,7 +208,8 @@ int vlk_hub_request(struct vlk_hub *hub, int32_t module, uint32_t message, const
 
 /// What the daemon serves. Stop-scan is a vlk_hub_request without data: it ends a running network scan (^NETSCAN).
 /// Its reply is a uint32_t: 1 stopped, or no scan was running; 0 the modem did not take it.
-/// Uninstall-datacard is a vlk_hub_send without data: the daemon lets go of the modem.
+/// Uninstall-datacard is a vlk_hub_send without data: the daemon lets go of the modem until it is started again. Only
+/// root and the daemon's own user may send it.
 enum {
     VLK_STOP_SCAN_MODULE = 31,
     VLK_STOP_SCAN_MESSAGE = 31008,

@@ -2,18 +2,16 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include "daemon_page.h"
+#include "daemon_place.h"
 #include "futex_word.h"
 #include "last_error.h"
 #include "vlk_client.h"
@@ -26,8 +24,7 @@ static_assert(uint32_t{VLK_PACKET_EVENT} == HOST_EVENT &&
 
 namespace
 {
-constexpr timeval SEND_LIMIT = {5, 0}; // for connecting and for every packet sent
-constexpr size_t KEPT_MAX = 32;        // packets that may come between a question and its answer
+constexpr size_t KEPT_MAX = 32; // packets that may come between a question and its answer
 
 struct hub_packet {
     host_packet header;
@@ -55,36 +52,13 @@ struct vlk_hub {
 
 namespace
 {
-/// Milliseconds to the deadline for poll(), rounded up.
-int poll_time(int64_t deadline)
-{
-    if (deadline == NO_DEADLINE)
-        return -1;
-    const int64_t left = (deadline - monotonic_ns() + 999'999) / 1'000'000;
-    return static_cast<int>(std::clamp<int64_t>(left, 0, INT_MAX));
-}
-
-int gone(const vlk_hub &hub)
-{
-    return fail(VLK_NOT_RUNNING, "the daemon in %s has ended or has closed the connection", hub.paths.folder);
-}
-
-int hub_failure(const vlk_hub &hub, int error)
-{
-    if (error == EPIPE || error == ECONNRESET)
-        return gone(hub);
-    if (error == EAGAIN)
-        return fail(VLK_TIMEOUT, "the daemon in %s does not read from its hub", hub.paths.folder);
-    return explain_failure(hub.paths, HOST_HUB_NAME, error);
-}
-
 /// Receives one packet into `current` and moves its count of lost packets to hub.missed. A vlk_result.
 int receive_current(vlk_hub &hub, int64_t deadline)
 {
     for (;;) {
         const ssize_t size = recv(hub.fd, &hub.current, sizeof hub.current, MSG_DONTWAIT | MSG_TRUNC);
         if (size == 0)
-            return gone(hub);
+            return daemon_has_gone(hub.paths);
         if (size > 0) {
             const host_packet &header = hub.current.header;
             const auto bytes = static_cast<size_t>(size);
@@ -98,14 +72,14 @@ int receive_current(vlk_hub &hub, int64_t deadline)
         if (errno == EINTR)
             continue;
         if (errno != EAGAIN)
-            return hub_failure(hub, errno);
+            return explain_failure(hub.paths, HOST_HUB_NAME, errno);
 
         pollfd readable = {hub.fd, POLLIN, 0};
         const int ready = poll(&readable, 1, poll_time(deadline));
         if (ready == 0)
             return fail(VLK_TIMEOUT, "nothing came from the hub in %s in time", hub.paths.folder);
         if (ready < 0 && errno != EINTR)
-            return hub_failure(hub, errno);
+            return explain_failure(hub.paths, HOST_HUB_NAME, errno);
     }
 }
 
@@ -148,12 +122,20 @@ int send_packet(vlk_hub &hub, host_packet header, const void *data, uint32_t len
     message.msg_iovlen = 2;
     while (sendmsg(hub.fd, &message, MSG_NOSIGNAL) < 0)
         if (errno != EINTR)
-            return hub_failure(hub, errno);
+            return explain_failure(hub.paths, HOST_HUB_NAME, errno);
     return VLK_OK;
+}
+
+/// An answer, perhaps one that came too late for its question.
+bool is_some_answer(const host_packet &packet)
+{
+    return packet.kind == HOST_SUBSCRIBED || packet.kind == HOST_SYNC_REPLY || packet.kind == HOST_STATUS;
 }
 
 bool is_answer(const host_packet &packet, const host_packet &question)
 {
+    if (question.kind == HOST_ASK_STATUS)
+        return packet.kind == HOST_STATUS;
     if (question.kind == HOST_SYNC_REQUEST)
         return packet.kind == HOST_SYNC_REPLY && packet.value2 == question.value2;
     return packet.kind == HOST_SUBSCRIBED && packet.value1 == question.value1 &&
@@ -172,7 +154,7 @@ int ask(vlk_hub &hub, const host_packet &question, const void *data, uint32_t le
         const host_packet &packet = hub.current.header;
         if (is_answer(packet, question))
             return VLK_OK;
-        if (packet.kind != HOST_SUBSCRIBED && packet.kind != HOST_SYNC_REPLY)
+        if (!is_some_answer(packet))
             keep_current(hub);
         if (deadline != NO_DEADLINE && monotonic_ns() >= deadline)
             return fail(VLK_TIMEOUT, "no answer from the hub in %s in time", hub.paths.folder);
@@ -195,17 +177,7 @@ int connect_hub(vlk_hub &hub, const vlk_place *place)
 {
     if (const int failed = find_folder(place, &hub.paths))
         return failed;
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (host_path(&hub.paths, HOST_HUB_NAME, address.sun_path, sizeof address.sun_path) != 0)
-        return fail(VLK_INVALID, "the name of the runtime folder is too long");
-    hub.fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (hub.fd < 0)
-        return hub_failure(hub, errno);
-    setsockopt(hub.fd, SOL_SOCKET, SO_SNDTIMEO, &SEND_LIMIT, sizeof SEND_LIMIT);
-    if (connect(hub.fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
-        return hub_failure(hub, errno);
-    return VLK_OK;
+    return connect_to_daemon(hub.paths, HOST_HUB_NAME, &hub.fd);
 }
 } // namespace
 
@@ -259,7 +231,7 @@ int vlk_hub_receive(vlk_hub *hub, vlk_packet *packet, int32_t limit_ms)
     do {
         if (const int failed = receive_current(*hub, deadline))
             return failed;
-    } while (hub->current.header.kind == HOST_SUBSCRIBED || hub->current.header.kind == HOST_SYNC_REPLY);
+    } while (is_some_answer(hub->current.header));
     hub->current.header.missed = std::exchange(hub->missed, 0);
     *packet = packet_of(hub->current);
     return VLK_OK;
@@ -278,6 +250,20 @@ int vlk_hub_send(vlk_hub *hub, uint32_t type, const void *data, uint32_t length)
     message.kind = HOST_BUS_SEND;
     message.code = type;
     return send_packet(*hub, message, data, length);
+}
+
+int vlk_hub_status(vlk_hub *hub, char *text, size_t size, int32_t limit_ms)
+{
+    if (hub == nullptr || text == nullptr || size == 0)
+        return fail(VLK_INVALID, "no hub or no room for the status");
+    host_packet question{};
+    question.kind = HOST_ASK_STATUS;
+    if (const int failed = ask(*hub, question, nullptr, 0, limit_ms))
+        return failed;
+    const std::string_view answer(reinterpret_cast<const char *>(hub->current.data.data()),
+                                  hub->current.header.length);
+    text[answer.copy(text, size - 1)] = '\0';
+    return VLK_OK;
 }
 
 int vlk_hub_request(vlk_hub *hub, int32_t module, uint32_t message, const void *data, uint32_t length,

@@ -27,6 +27,7 @@ constexpr const char *EXIT_CODES = R"(Exit codes:
   4  the daemon is not running
   5  permission denied, the message says which group to join
   6  anything else
+  7  the modem is not there; nothing was sent
 
 Response text goes to standard output. With --json every command prints one object
 a line there. VLK_RUNTIME_DIR names the daemon's runtime folder as --runtime-dir does;
@@ -61,6 +62,11 @@ void add_limits(command_line &line, CLI::App *command)
         ->add_option(
             "--wait", line.limits.wait,
             "seconds to wait for everything; by default the timeout and 30 more for requests of others")
+        ->check(check_seconds);
+    command
+        ->add_option(
+            "--wait-modem", line.limits.wait_modem,
+            "wait up to so many seconds for a modem that is not ready; else the command fails at once")
         ->check(check_seconds);
 }
 
@@ -140,8 +146,8 @@ void add_simple(command_line &line, const char *name, const char *description,
 
 void add_status(command_line &line)
 {
-    CLI::App *status = line.app.add_subcommand(
-        "status", "tell whether the daemon runs, what the modem does and how full the queues are");
+    CLI::App *status =
+        line.app.add_subcommand("status", "tell whether the daemon runs, what the modem does, and for whom");
     status
         ->add_option("--wait-ready", line.wait_ready,
                      "wait up to so many seconds until the modem is ready; exit code 3 when it is not")
@@ -157,7 +163,6 @@ void set_up(command_line &line)
     line.app.set_version_flag("--version", "vlkctl " VLK_VERSION);
     line.app.footer(EXIT_CODES);
     line.app.add_option("--runtime-dir", line.common.runtime_dir, "the daemon's runtime folder");
-    line.app.add_option("--base", line.common.base, "refuse a daemon that uses another IPC base than this");
     line.app.add_flag("--json", line.common.json, "print JSON");
     add_at(line);
     add_simple(line, "rssi", "print the last ^RSSI report", run_rssi);

@@ -1,4 +1,4 @@
-// Waiting on a word: of the event page, for any process that maps it, or of this process alone. Any thread.
+// Waiting on a word of this process, and the clock of every deadline. Any thread.
 #ifndef VLK_FUTEX_WORD_H
 #define VLK_FUTEX_WORD_H
 
@@ -34,48 +34,33 @@ inline int64_t deadline_after(int32_t wait_ms)
     return wait_ms < 0 ? NO_DEADLINE : monotonic_ns() + int64_t{wait_ms} * 1'000'000;
 }
 
-/// Who is meant on a word: sleepers and wake-ups with a bit in common.
-inline constexpr uint32_t FUTEX_EVERYBODY = FUTEX_BITSET_MATCH_ANY;
-
-/// Whose word it is. One that no other process maps is found faster; sleepers and wake-ups must agree.
-enum class futex_scope : int {
-    EVERY_PROCESS = 0,
-    THIS_PROCESS = FUTEX_PRIVATE_FLAG
-};
+/// What poll and epoll_wait take: milliseconds to the deadline, rounded up, 0 when it has passed, -1 for none.
+inline int poll_time(int64_t deadline)
+{
+    if (deadline == NO_DEADLINE)
+        return -1;
+    const int64_t left = (deadline - monotonic_ns() + 999'999) / 1'000'000;
+    return static_cast<int>(left < 0 ? 0 : left > INT_MAX ? INT_MAX : left);
+}
 
 /// Sleeps while the word holds `expected`, until it is woken or the deadline passes. May return early: look at the
 /// word again. False when the deadline has passed.
-inline bool futex_wait(const std::atomic<uint32_t> &word, uint32_t expected, int64_t deadline,
-                       uint32_t who = FUTEX_EVERYBODY, futex_scope scope = futex_scope::EVERY_PROCESS)
+inline bool futex_wait(const std::atomic<uint32_t> &word, uint32_t expected, int64_t deadline)
 {
     struct {
         long seconds; // as the system call wants them, whatever the width of time_t
         long nanoseconds;
     } const until{static_cast<long>(deadline / 1'000'000'000), static_cast<long>(deadline % 1'000'000'000)};
 
-    const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET | static_cast<int>(scope), expected,
-                                deadline == NO_DEADLINE ? nullptr : &until, nullptr, who);
+    const long result = syscall(SYS_futex, &word, FUTEX_WAIT_BITSET_PRIVATE, expected,
+                                deadline == NO_DEADLINE ? nullptr : &until, nullptr, FUTEX_BITSET_MATCH_ANY);
     return result == 0 || errno != ETIMEDOUT;
 }
 
-/// Wakes all of them who wait on the word. All, because a process that has no business there may wait too.
-inline void futex_wake(const std::atomic<uint32_t> &word, uint32_t who = FUTEX_EVERYBODY,
-                       futex_scope scope = futex_scope::EVERY_PROCESS)
+/// Wakes all threads that wait on the word.
+inline void futex_wake(const std::atomic<uint32_t> &word)
 {
-    syscall(SYS_futex, &word, FUTEX_WAKE_BITSET | static_cast<int>(scope), INT_MAX, nullptr, nullptr, who);
-}
-
-/// Wakes the one who has waited longest. False when nobody waits.
-inline bool futex_wake_one(const std::atomic<uint32_t> &word)
-{
-    return syscall(SYS_futex, &word, FUTEX_WAKE, 1, nullptr, nullptr, 0) > 0;
-}
-
-/// Counts one more on the word and wakes all of them who wait on it.
-inline void futex_count(std::atomic<uint32_t> &word, uint32_t who = FUTEX_EVERYBODY)
-{
-    word.fetch_add(1);
-    futex_wake(word, who);
+    syscall(SYS_futex, &word, FUTEX_WAKE_PRIVATE, INT_MAX, nullptr, nullptr, 0);
 }
 
 #endif

@@ -18,7 +18,7 @@ public:
         const uint32_t seen = changes;
         ++sleepers;
         lock.unlock();
-        const bool in_time = futex_wait(changes, seen, deadline, FUTEX_EVERYBODY, SCOPE);
+        const bool in_time = futex_wait(changes, seen, deadline);
         lock.lock();
         --sleepers;
         return in_time;
@@ -29,11 +29,10 @@ public:
     {
         ++changes;
         if (sleepers != 0)
-            futex_wake(changes, FUTEX_EVERYBODY, SCOPE);
+            futex_wake(changes);
     }
 
 private:
-    static constexpr futex_scope SCOPE = futex_scope::THIS_PROCESS;
     std::atomic<uint32_t> changes{0};
     std::atomic<uint32_t> sleepers{0};
 };

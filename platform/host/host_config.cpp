@@ -10,7 +10,6 @@
 
 #include <grp.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace
@@ -48,19 +47,6 @@ int parse_number(const char *text, uint32_t *number)
     const char *const end = begin + strlen(begin);
     const auto result = std::from_chars(begin, end, *number, is_hex ? 16 : 10);
     return result.ec == std::errc{} && result.ptr == end ? 0 : -1;
-}
-
-int read_base(uint32_t *base, const complaint &complain)
-{
-    *base = HOST_DEFAULT_BASE;
-    const char *const text = variable("VLK_IPC_BASE");
-    if (text == nullptr)
-        return 0;
-    if (parse_number(text, base) != 0 || *base == 0 || *base % HOST_BASE_DISTANCE != 0)
-        return complain(
-            "VLK_IPC_BASE is \"%.40s\": set it to a multiple of %u from 16 to 0xFFFFFFF0, decimal or 0x",
-            text, HOST_BASE_DISTANCE);
-    return 0;
 }
 
 int read_folder(char (&folder)[HOST_FOLDER_SIZE], const complaint &complain)
@@ -118,6 +104,18 @@ int read_trace_level(host_config *config, const complaint &complain)
     return 0;
 }
 
+int read_timeout_max(host_config *config, const complaint &complain)
+{
+    const char *const text = variable("VLK_TIMEOUT_MAX");
+    if (text == nullptr)
+        return 0;
+    uint32_t seconds = 0;
+    if (parse_number(text, &seconds) != 0 || seconds == 0 || seconds > 86400)
+        return complain("VLK_TIMEOUT_MAX is \"%.40s\": set it to seconds from 1 to 86400", text);
+    config->timeout_max = static_cast<int32_t>(seconds);
+    return 0;
+}
+
 /// The user decides who owns what is shared only when the process may change users at all.
 int read_user(host_config *config, const complaint &complain)
 {
@@ -154,9 +152,7 @@ int read_group(host_config *config, const complaint &complain)
 int host_read_paths(host_paths *paths, char *error, size_t error_size)
 {
     const complaint complain{error, error_size};
-    if (read_folder(paths->folder, complain) != 0)
-        return -1;
-    return read_base(&paths->base, complain);
+    return read_folder(paths->folder, complain);
 }
 
 int host_read_config(host_config *config, char *error, size_t error_size)
@@ -165,7 +161,7 @@ int host_read_config(host_config *config, char *error, size_t error_size)
     *config = {};
     if (host_read_paths(&config->paths, error, error_size) != 0)
         return -1;
-    for (const auto read : {read_device, read_trace_level, read_user, read_group})
+    for (const auto read : {read_device, read_timeout_max, read_trace_level, read_user, read_group})
         if (read(config, complain) != 0)
             return -1;
     return 0;
@@ -175,11 +171,4 @@ int host_path(const host_paths *paths, const char *name, char *path, size_t path
 {
     const int length = snprintf(path, path_size, "%s/%s", paths->folder, name);
     return length >= 0 && static_cast<size_t>(length) < path_size ? 0 : -1;
-}
-
-int host_share_path(const char *path, mode_t mode, const host_owner *owner)
-{
-    if (chown(path, owner->user, owner->group) != 0)
-        return -1;
-    return chmod(path, mode);
 }

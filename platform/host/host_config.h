@@ -8,19 +8,14 @@
 
 #include <sys/types.h>
 
-#include "host_wire.h"
-
 inline constexpr size_t HOST_FOLDER_SIZE =
     97; ///< bytes: with a name behind it the path still fits a socket address
 inline constexpr size_t HOST_PATH_SIZE = 256;  ///< bytes of any other path
 inline constexpr size_t HOST_ERROR_SIZE = 512; ///< bytes, enough for every message of this module
-inline constexpr uint32_t HOST_BASE_DISTANCE =
-    16; ///< an IPC base is a multiple of it, so that keys never meet
 
 /// Where a daemon is found: what daemon and clients must agree on.
 struct host_paths {
     char folder[HOST_FOLDER_SIZE]; ///< absolute, without a slash at its end
-    uint32_t base;                 ///< System V keys: base + queue key
 };
 
 /// Owner of everything that clients may use. An id of -1 leaves the creator's.
@@ -30,8 +25,9 @@ struct host_owner {
 };
 
 struct host_config {
-    host_paths paths{"", HOST_DEFAULT_BASE};
+    host_paths paths{""};
     char device[HOST_PATH_SIZE]{}; ///< VLK_AT_DEVICE, or empty
+    int32_t timeout_max = 600;     ///< VLK_TIMEOUT_MAX, seconds
     int trace_level = 4;           ///< traces of this level and below are printed
     char user[64]{};               ///< VLK_USER, or empty
     uid_t user_id = 0;             ///< of `user`
@@ -39,7 +35,7 @@ struct host_config {
     host_owner owner;
 };
 
-/// Reads VLK_RUNTIME_DIR and VLK_IPC_BASE. 0, or -1 and a one-line message (cause and cure) in error.
+/// Reads VLK_RUNTIME_DIR. 0, or -1 and a one-line message (cause and cure) in error.
 int host_read_paths(host_paths *paths, char *error, size_t error_size);
 
 /// Reads all variables. An unset VLK_AT_DEVICE is no error here. Results as above.
@@ -47,8 +43,5 @@ int host_read_config(host_config *config, char *error, size_t error_size);
 
 /// Writes "folder/name" to path. 0, or -1 when it does not fit.
 int host_path(const host_paths *paths, const char *name, char *path, size_t path_size);
-
-/// Gives a file, folder or socket its mode and its owner. 0, or -1 with errno.
-int host_share_path(const char *path, mode_t mode, const host_owner *owner);
 
 #endif

@@ -1,13 +1,13 @@
-// Start of the daemon on a Linux host: arguments, settings, the claim on its IPC base, the event page.
+// Start of the daemon on a Linux host: standard descriptors, arguments, settings, the claim on its runtime folder.
 #ifndef VLK_HOST_START_H
 #define VLK_HOST_START_H
 
 #include <cstddef>
+#include <cstdint>
 
 #include "host_config.h"
-#include "host_wire.h"
 
-/// Everything above, in this order and before any queue is touched. Prints one line and ends the process when
+/// Everything above, in this order and before anything else is opened. Prints one line and ends the process when
 /// something fails (exit codes: sysexits.h). Main thread, once, before any other thread.
 void host_start();
 
@@ -24,11 +24,7 @@ inline const host_config &host_settings()
 /// Reads the settings from the environment (host_start does). 0, or -1 and a message in error.
 int host_load_settings(char *error, size_t error_size);
 
-/// The event page. Until host_start has mapped the shared one it is a page of this process alone. Any thread.
-host_page *host_event_page();
-
-/// Maps the shared page of the settings' folder, which must exist, and takes its lock (host_start does). The process
-/// ends when that fails.
-void host_open_event_page();
+/// Monotonic milliseconds when the process started to be a daemon. Any thread.
+int64_t host_started_ms();
 
 #endif

@@ -1,6 +1,6 @@
 // The hub: the socket on which services take the daemon's notifications and bus messages and send it messages and
-// requests (host_wire.h has the packets). A thread of the hub accepts listeners and reads what they send; every
-// thread of the daemon posts.
+// requests (host_wire.h has the packets). The door's thread accepts listeners and reads what they send; every thread of
+// the daemon posts.
 #ifndef VLK_HUB_H
 #define VLK_HUB_H
 
@@ -9,11 +9,11 @@
 #include "host_wire.h"
 
 /// Handles one packet that a listener sent; data is header->length bytes and zeros behind them, valid during the
-/// call. reply_to is good for hub_reply during the call. Runs on the hub's thread, nothing locked.
+/// call. reply_to, greater than 0, names the sender: good for hub_reply during the call. Runs on the door's thread,
+/// nothing locked.
 typedef void (*hub_packet_proc)(const host_packet *header, const void *data, int reply_to);
 
-/// Creates the socket in the settings' folder, which must exist, and starts the thread. 0, or -1 after a trace that
-/// names cause and cure. Opening it again is no error.
+/// Opens the socket. 0, or -1 after a line in the log that names cause and cure. Opening it again is no error.
 int hub_open();
 
 /// Sets the handler of HOST_BUS_SEND or HOST_SYNC_REQUEST; packets without a handler are dropped. Any thread.
@@ -26,5 +26,8 @@ int hub_post(const host_packet &header, const void *data);
 
 /// Sends a packet to one listener, with the same rules. Handlers only.
 void hub_reply(int reply_to, const host_packet &header, const void *data);
+
+/// Connections of services at this moment. Any thread.
+int hub_listener_count();
 
 #endif

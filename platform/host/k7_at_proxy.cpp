@@ -21,6 +21,7 @@
 #include "at_proxy.h"
 #include "host_condition.h"
 #include "host_start.h"
+#include "modem_state.h"
 #include "qep_trace.h"
 #include "vlk_task.h"
 
@@ -127,11 +128,7 @@ private:
     std::string_view without_noise(std::string_view text);
     void report_once(bool &reported, const char *what);
     void wake_reader() const;
-    static void set_modem(host_modem_state state)
-    {
-        host_event_page()->modem = state;
-        modem_state_set(state, "");
-    }
+    static void set_modem(host_modem_state state) { modem_state_set(state, ""); }
 
     // Registration and stopping: one at a time.
     std::mutex registration;

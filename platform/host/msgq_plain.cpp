@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 
 #include "host_condition.h"
+#include "served_request.h"
 #include "vlk_msgq.h"
 
 namespace
@@ -58,6 +60,12 @@ struct plain_queue {
 };
 
 std::array<plain_queue, QUEUES> queues;
+std::atomic<uint32_t> given_up{0}; ///< the request for which nobody waits any more
+
+bool is_given_up()
+{
+    return given_up != 0 && given_up == host_served_request;
+}
 
 /// The slot in which a queue of this id is, if it is anywhere; nullptr for an impossible id. An id is never used for
 /// two queues in a row, so whoever holds the id of a deleted queue is refused.
@@ -83,6 +91,15 @@ int32_t plain_queue_id(uint32_t key)
             return queue.id;
     }
     return -1;
+}
+
+void plain_queues_give_up(uint32_t request)
+{
+    for (plain_queue &queue : queues) {
+        const std::lock_guard guard(queue.lock);
+        given_up = request;
+        queue.filled.notify_all();
+    }
 }
 
 int32_t VLK_msgQ_create(uint32_t key, uint32_t capacity, uint32_t record_size)
@@ -161,7 +178,7 @@ int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms)
         return -1;
     std::unique_lock guard(queue->lock);
     const int64_t deadline = wait_ms > 0 ? deadline_after(wait_ms) : 0;
-    for (bool in_time = wait_ms > 0; in_time && queue->id == id && queue->count == 0;)
+    for (bool in_time = wait_ms > 0; in_time && queue->id == id && queue->count == 0 && !is_given_up();)
         in_time = queue->filled.wait(guard, deadline);
     if (queue->id != id || queue->count == 0)
         return -1;

@@ -7,4 +7,7 @@
 /// Id of the plain queue with this key, -1 when there is none. Any thread.
 int32_t plain_queue_id(uint32_t key);
 
+/// Ends the wait in every VLK_msgQ_recv that this request (host_served_request) makes, now and later. Any thread.
+void plain_queues_give_up(uint32_t request);
+
 #endif

@@ -1,26 +1,39 @@
 #include "vlk_task.h"
 
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <cstring>
 #include <ctime>
 
 #include <pthread.h>
 #include <sched.h>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sysexits.h>
 #include <unistd.h>
 
 #include "futex_word.h"
 #include "host_start.h"
+#include "main_wait.h"
 
-// One task has an event set, the one that made it: its bits are the word `events` of the event page, so that other
-// processes can raise them.
+// One task has an event set, the one that made it: the main thread.
 static std::atomic<int32_t> event_task{-1};
 static std::atomic<uint32_t> event_mask{0};
-static std::atomic<bool> owner_may_sleep{false}; // here, not in the page, where anybody could change it
+static std::atomic<uint32_t> event_bits{0};
+static std::atomic<bool> owner_may_sleep{false};
 
+static int wait_fd = -1; // an epoll set: wake_fd and what main_wait_add was given
+static int wake_fd = -1;
+static main_wait_proc descriptor_proc = nullptr;
+static uint32_t last_bits = 0;
+static uint32_t waits = 0;
+
+constexpr uint32_t WAKE_TAG = UINT32_MAX;
 constexpr int64_t LONG_YIELD_NS = 100'000;
 constexpr int64_t YIELD_PAUSE = 64; // times a long yield, until the next one
 
-/// Gives the processor away once: a client that has just got its reply may only want for that to send its next
+/// Yields once before sleeping: a client that has just got its reply may only need the processor to send its next
 /// request, and then neither a sleep nor a wake-up is needed. Not for a while after a long yield: others have work of
 /// their own then, and whoever yields waits for all of their turn, while a sleeper is woken in the middle of it.
 static void yield_before_sleep()
@@ -33,6 +46,26 @@ static void yield_before_sleep()
     const int64_t took = monotonic_ns() - start;
     if (took > LONG_YIELD_NS)
         not_before = start + took * YIELD_PAUSE;
+}
+
+/// Waits for descriptors and handles what came.
+static void wait_for_descriptors(int wait_ms)
+{
+    std::array<epoll_event, 64> came;
+    const int count = epoll_wait(wait_fd, came.data(), came.size(), wait_ms);
+    for (int i = 0; i < count; ++i) {
+        const epoll_event &event = came[static_cast<size_t>(i)];
+        if (event.data.u32 != WAKE_TAG && descriptor_proc != nullptr)
+            descriptor_proc(event.data.u32, event.events);
+    }
+}
+
+static int control(int operation, int fd, uint32_t events, uint32_t tag)
+{
+    epoll_event wanted{};
+    wanted.events = events | EPOLLET;
+    wanted.data.u32 = tag;
+    return epoll_ctl(wait_fd, operation, fd, &wanted);
 }
 
 uintptr_t VLK_pthread_create(int, int, int, vlk_thread_proc proc, void *argument)
@@ -58,7 +91,14 @@ int VLK_event_init(uint32_t mask)
 {
     if (mask == 0)
         return -1;
-    host_event_page()->events.fetch_and(~mask);
+    if (wait_fd < 0) {
+        wait_fd = epoll_create1(EPOLL_CLOEXEC);
+        wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+        if (wait_fd < 0 || wake_fd < 0 || control(EPOLL_CTL_ADD, wake_fd, EPOLLIN, WAKE_TAG) != 0)
+            host_fail(EX_OSERR, "cannot make the event wait: %s: raise the limit of open files (ulimit -n)",
+                      strerror(errno));
+    }
+    event_bits.fetch_and(~mask);
     event_mask = mask;
     event_task = VLK_task_getid();
     return 0;
@@ -68,11 +108,7 @@ int VLK_event_send(int32_t task, uint32_t events)
 {
     if (task != event_task || events == 0 || (events & ~event_mask) != 0)
         return -1;
-    // Wakes a sleeper also when the bit was raised: the client that raised it may have died before it could wake.
-    std::atomic<uint32_t> &word = host_event_page()->events;
-    word.fetch_or(events);
-    if (owner_may_sleep)
-        futex_wake(word);
+    main_wait_raise(events);
     return 0;
 }
 
@@ -80,22 +116,62 @@ int VLK_event_recv(uint32_t mask, int32_t wait_ms, uint32_t *events)
 {
     if (events == nullptr || (mask & event_mask) == 0)
         return 0;
-    std::atomic<uint32_t> &word = host_event_page()->events;
     const int64_t deadline = deadline_after(wait_ms);
-    if (wait_ms != 0 && (word & mask) == 0)
+    if (wait_ms != 0 && (event_bits & mask) == 0)
         yield_before_sleep();
-    for (bool in_time = true;;) {
-        const uint32_t raised = word.load();
-        if ((raised & mask) != 0) {
-            *events = word.fetch_and(~mask) & mask;
-            return *events != 0;
+    for (;;) {
+        const uint32_t raised = event_bits.fetch_and(~mask) & mask;
+        if (raised != 0) {
+            *events = last_bits = raised;
+            ++waits;
+            return 1;
         }
-        if (!in_time)
-            return 0;
-        owner_may_sleep = true; // a bit that was raised before this line ends the wait at once
-        in_time = futex_wait(word, raised, deadline);
+        const int left_ms = poll_time(deadline);
+        owner_may_sleep = true; // a bit that was raised before this line is seen now
+        const bool nothing_yet = (event_bits & mask) == 0;
+        if (nothing_yet)
+            wait_for_descriptors(left_ms);
         owner_may_sleep = false;
+        if (nothing_yet && left_ms == 0 && (event_bits & mask) == 0)
+            return 0;
     }
+}
+
+void main_wait_set_proc(main_wait_proc proc)
+{
+    descriptor_proc = proc;
+}
+
+int main_wait_add(int fd, uint32_t events, uint32_t tag)
+{
+    return control(EPOLL_CTL_ADD, fd, events, tag);
+}
+
+int main_wait_change(int fd, uint32_t events, uint32_t tag)
+{
+    return control(EPOLL_CTL_MOD, fd, events, tag);
+}
+
+void main_wait_look()
+{
+    wait_for_descriptors(0);
+}
+
+void main_wait_raise(uint32_t events)
+{
+    event_bits.fetch_or(events);
+    if (owner_may_sleep.exchange(false))
+        eventfd_write(wake_fd, 1); // its edge wakes, nobody needs to read it
+}
+
+uint32_t main_wait_bits()
+{
+    return last_bits | event_bits;
+}
+
+uint32_t main_wait_count()
+{
+    return waits;
 }
 
 void VLK_sleep(uint32_t milliseconds)

@@ -1,74 +1,72 @@
-// The daemon's side of the wire, played by a test: event page, claim, queues and hub, with a runtime folder and an IPC
-// base of its own. Everything is removed at the end, also when the test fails.
+// The daemon's side of the wire, played by a test: its two sockets in a runtime folder of its own. Everything is
+// removed at the end, also when the test fails.
 #ifndef FAKE_DAEMON_H
 #define FAKE_DAEMON_H
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/msg.h>
-#include <sys/sem.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include "../host/host_place.h"
-#include "futex_word.h"
+#include "../process.h"
 #include "host_wire.h"
 #include "vlk_client.h"
-#include "vlk_queues.h"
 
 class fake_daemon
 {
 public:
-    fake_daemon()
-    {
-        host_open_event_page();
-        page = host_event_page();
-        page->modem = HOST_MODEM_READY;
-        claim(1);
+    fake_daemon() { open(); }
+    ~fake_daemon() { end(); }
 
-        sockaddr_un address{AF_UNIX, ""};
-        strcpy(address.sun_path, (folder + "/hub").c_str());
-        setsockopt(hub_, SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
-        EXPECT_EQ(bind(hub_, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-        EXPECT_EQ(listen(hub_, 4), 0);
-    }
-    ~fake_daemon()
+    void open()
     {
+        commands_ = listen_at(HOST_COMMANDS_NAME);
+        hub_ = listen_at(HOST_HUB_NAME);
+        ending_ = false;
+        status_thread_ = std::thread([this] { serve_status(); });
+    }
+    /// As the kernel ends a daemon that dies: its sockets stay in the folder.
+    void end()
+    {
+        if (!status_thread_.joinable())
+            return;
+        ending_ = true;
+        status_thread_.join();
         hang_up();
-        close(hub_);
+        hang_up_clients();
+        for (const int fd : {commands_, hub_})
+            close(fd);
+        for (const int fd : std::exchange(newcomers_, {}))
+            close(fd);
     }
 
-    vlk_place place() const { return {folder.c_str(), 0}; }
-    void claim(int value) { semctl(claim_, 0, SETVAL, value); } // 0: the daemon is dead
-    void remove_queues()                                        // as a restarted daemon does
-    {
-        msgctl(requests_, IPC_RMID, nullptr);
-        msgctl(replies_, IPC_RMID, nullptr);
-    }
+    vlk_place place() const { return {folder.c_str()}; }
 
-    /// Waits until the event bit says so and takes the next request; Id 0 when none came in time.
+    /// Waits for the next request and takes it; all zero when none came in time.
     at_cmd_msg take()
     {
-        host_queue_message message{};
-        const int64_t deadline = deadline_after(int32_t{PATIENCE.tv_sec} * 1000);
-        while (msgrcv(requests_, &message, sizeof message.record, 0, IPC_NOWAIT) < 0)
-            if (page->events.fetch_and(~1U) == 0 && !futex_wait(page->events, 0, deadline))
-                return {};
-        futex_count(page->requests);
-        return message.record;
+        at_cmd_msg record{};
+        wait_until([&] { return try_take(record); }, PATIENCE_MS);
+        return record;
     }
-    void queue_reply(const at_cmd_msg &reply, size_t size = sizeof(at_cmd_msg))
+    /// To the client whose request was taken last.
+    void queue_reply(const at_cmd_msg &reply, size_t size = sizeof(at_cmd_msg)) const
     {
-        const host_queue_message message{reply.Id, reply};
-        EXPECT_EQ(msgsnd(replies_, &message, size, IPC_NOWAIT), 0);
-        futex_count(page->replies);
+        EXPECT_EQ(::send(asker_, &reply, size, MSG_NOSIGNAL), ssize_t(size));
     }
-    void answer(at_cmd_msg request, std::string_view text, int32_t ret_val)
+    void answer(at_cmd_msg request, std::string_view text, int32_t ret_val) const
     {
         memset(&request.snd_rcv_msg, 0, sizeof request.snd_rcv_msg);
         text.copy(request.snd_rcv_msg.rmsg, MAX_ATCMD_REPORT_SIZE);
@@ -76,33 +74,32 @@ public:
         request.snd_rcv_msg.ret_val = ret_val;
         queue_reply(request);
     }
-    size_t reply_count() const
+    void hang_up_clients()
     {
-        msqid_ds state{};
-        msgctl(replies_, IPC_STAT, &state);
-        return state.msg_qnum;
+        for (const int fd : std::exchange(clients_, {}))
+            close(fd);
+    }
+    /// True when the client whose request was taken last has closed its connection.
+    bool asker_has_gone() const
+    {
+        return wait_until([this] { return has_hung_up(asker_); }, PATIENCE_MS);
     }
 
     void accept_listener()
     {
         hang_up();
-        listener_ = accept(hub_, nullptr, nullptr);
-        setsockopt(listener_, SOL_SOCKET, SO_RCVTIMEO, &PATIENCE, sizeof PATIENCE);
-        EXPECT_GE(listener_, 0);
+        EXPECT_TRUE(wait_until([this] { return take_listener(); }, PATIENCE_MS));
+        const timeval patience{PATIENCE_MS / 1000, 0};
+        setsockopt(listener_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
     }
-    host_packet receive()
+    host_packet receive() const
     {
         host_packet packet{};
         EXPECT_GE(recv(listener_, &packet, sizeof packet, 0), static_cast<ssize_t>(sizeof packet));
         return packet;
     }
-    void send(host_packet packet, std::string_view data = "")
-    {
-        packet.length += static_cast<uint32_t>(data.size()); // other than 0 before: it lies
-        std::string bytes(reinterpret_cast<const char *>(&packet), sizeof packet);
-        bytes += data;
-        EXPECT_GT(::send(listener_, bytes.data(), bytes.size(), MSG_NOSIGNAL), 0);
-    }
+    void send(host_packet packet, std::string_view data = "") const { send_to(listener_, packet, data); }
+
     /// Accepts a listener and puts its subscription in force.
     void subscribe_listener()
     {
@@ -113,18 +110,104 @@ public:
     }
     void hang_up() { close(std::exchange(listener_, -1)); }
 
+    /// What the status says of the modem.
+    void set_modem(const std::string &state, const std::string &reason = "")
+    {
+        const std::scoped_lock lock(mutex_);
+        modem_ = "modem.state " + state + "\n" + (reason.empty() ? "" : "modem.reason " + reason + "\n");
+    }
+
     const host_place home;
     const std::string &folder = home.folder;
-    host_page *page;
 
 private:
-    static constexpr timeval PATIENCE = {5, 0};
+    static constexpr int PATIENCE_MS = 5000;
 
-    int claim_ = semget(static_cast<key_t>(home.base), 1, IPC_CREAT | 0660);
-    int requests_ = msgget(static_cast<key_t>(home.base + 2), IPC_CREAT | 0660);
-    int replies_ = msgget(static_cast<key_t>(home.base + 1), IPC_CREAT | 0660);
-    int hub_ = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    int listen_at(const char *name) const
+    {
+        sockaddr_un address{AF_UNIX, ""};
+        strcpy(address.sun_path, (folder + "/" + name).c_str());
+        unlink(address.sun_path);
+        const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+        EXPECT_EQ(listen(fd, 600), 0);
+        return fd;
+    }
+    static bool has_hung_up(int fd)
+    {
+        pollfd state{fd, POLLRDHUP, 0};
+        return poll(&state, 1, 0) > 0;
+    }
+    static bool is_readable(int fd)
+    {
+        pollfd state{fd, POLLIN, 0};
+        return poll(&state, 1, 0) > 0;
+    }
+    bool try_take(at_cmd_msg &record)
+    {
+        while (is_readable(commands_))
+            clients_.push_back(accept4(commands_, nullptr, nullptr, SOCK_CLOEXEC));
+        std::erase_if(clients_, [](int fd) { return has_hung_up(fd) && close(fd) == 0; });
+        for (const int fd : clients_) {
+            asker_ = fd;
+            if (recv(fd, &record, sizeof record, MSG_DONTWAIT) == ssize_t{sizeof record})
+                return true;
+        }
+        return false;
+    }
+    static void send_to(int fd, host_packet packet, std::string_view data)
+    {
+        packet.length += static_cast<uint32_t>(data.size()); // other than 0 before: it lies
+        std::string bytes(reinterpret_cast<const char *>(&packet), sizeof packet);
+        bytes += data;
+        EXPECT_GT(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), 0);
+    }
+    /// The first of those who came and did not ask for the status becomes the listener.
+    bool take_listener()
+    {
+        const std::scoped_lock lock(mutex_);
+        if (newcomers_.empty())
+            return false;
+        listener_ = newcomers_.front();
+        newcomers_.erase(newcomers_.begin());
+        return true;
+    }
+    void serve_status()
+    {
+        for (; !ending_; usleep(200)) {
+            const std::scoped_lock lock(mutex_);
+            if (is_readable(hub_))
+                newcomers_.push_back(accept4(hub_, nullptr, nullptr, SOCK_CLOEXEC));
+            std::erase_if(newcomers_, [this](int fd) { return answer_status(fd); });
+        }
+    }
+    bool answer_status(int fd) const
+    {
+        host_packet packet{};
+        const ssize_t size = recv(fd, &packet, sizeof packet, MSG_PEEK | MSG_DONTWAIT);
+        if (size == 0)
+            close(fd);
+        if (size < ssize_t{sizeof packet} || packet.kind != HOST_ASK_STATUS)
+            return size == 0;
+        recv(fd, &packet, sizeof packet, 0);
+        host_packet answer{};
+        answer.kind = HOST_STATUS;
+        send_to(fd, answer, "daemon.pid 4711\n" + modem_ + "clients.waiting 3\n");
+        close(fd);
+        return true;
+    }
+
+    std::mutex mutex_; ///< of the next two
+    std::string modem_ = "modem.state ready\n";
+    std::vector<int> newcomers_; ///< at the hub
+
+    std::vector<int> clients_;
+    int asker_ = -1;
+    int commands_ = -1;
+    int hub_ = -1;
     int listener_ = -1;
+    std::atomic<bool> ending_{false};
+    std::thread status_thread_;
 };
 
 #endif

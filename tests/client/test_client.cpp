@@ -85,48 +85,30 @@ host_packet event(uint32_t code, uint32_t missed = 0)
     return {HOST_EVENT, 19, code, 1, 2, missed, "", 0};
 }
 
-TEST_F(ClientTest, AReplyIsTakenByIdAndSeq)
+TEST_F(ClientTest, AReplyIsTakenBySeq)
 {
-    ASSERT_EQ(vlk_send(client, &record, 0), VLK_OK);
+    record.Id = -12345; // the caller's own
+    ASSERT_EQ(vlk_send(client, &record, 0), VLK_OK) << vlk_last_error();
     const at_cmd_msg request = daemon.take();
+    EXPECT_EQ(request.Id, -12345);
     at_cmd_msg second = record;
     ASSERT_EQ(vlk_send(client, &second, 0), VLK_OK);
-    const auto answer = [&](const char *text, int32_t other_id, uint32_t seq) {
+    const auto answer = [&](const char *text, uint32_t seq) {
         at_cmd_msg reply = request;
-        reply.Id += other_id;
         reply.seq = seq;
         daemon.answer(reply, text, AT_OK);
     };
-    daemon.queue_reply(request, 100); // not a whole record: never for the caller
-    answer("to an earlier client with this Id", 0, record.seq + 2);
-    answer("of another client", 1, record.seq);
-    answer("stale", 0, record.seq - 1);
-    answer("its own", 0, record.seq);
-    answer("later", 0, record.seq + 1);
+    answer("stale", record.seq - 1);
+    answer("its own", record.seq);
+    answer("later", record.seq + 1);
     at_cmd_msg reply{};
     EXPECT_EQ(vlk_wait(client, record.seq, &reply, 50), VLK_OK);
     EXPECT_STREQ(reply.snd_rcv_msg.rmsg, "its own");
     EXPECT_EQ(vlk_wait(client, record.seq, &reply, -1), VLK_TIMEOUT) << "it is too late for that one";
     EXPECT_EQ(vlk_wait(client, record.seq + 1, &reply, 0), VLK_OK) << "the later answer was thrown away";
     EXPECT_EQ(vlk_wait(client, record.seq + 2, &reply, 50), VLK_TIMEOUT);
-    EXPECT_EQ(daemon.reply_count(), 1U) << "another client's reply was taken";
-}
-
-TEST_F(ClientTest, EveryClientHasAnIdOfItsOwnAndLeavesNothingBehind)
-{
-    std::vector<vlk_client *> others(511);
-    for (vlk_client *&other : others)
-        ASSERT_EQ(vlk_open(&other, &place), VLK_OK) << vlk_last_error();
-    vlk_client *one_more = nullptr;
-    EXPECT_EQ(vlk_open(&one_more, &place), VLK_INVALID);
-    ASSERT_EQ(vlk_send(others[510], &record, 0), VLK_OK);
-    EXPECT_EQ(record.Id, getpid() + (511 << 22));
-    daemon.answer(daemon.take(), "nobody waits for it", AT_OK);
-    for (vlk_client *other : others)
-        vlk_close(other);
-    EXPECT_EQ(daemon.reply_count(), 0U) << "it fills everybody's queue";
-    EXPECT_EQ(vlk_open(&one_more, &place), VLK_OK) << "the Ids were not given back";
-    vlk_close(one_more);
+    daemon.queue_reply(request, 100);
+    EXPECT_EQ(vlk_wait(client, record.seq + 2, &reply, -1), VLK_MISMATCH) << "half a record";
 
     const pid_t child = fork();
     if (child == 0)
@@ -136,51 +118,73 @@ TEST_F(ClientTest, EveryClientHasAnIdOfItsOwnAndLeavesNothingBehind)
     EXPECT_EQ(WEXITSTATUS(status), VLK_INVALID) << "it would take its parent's replies";
 }
 
-TEST_F(ClientTest, AFullRequestQueueIsWaitedFor)
+TEST_F(ClientTest, ADaemonThatTakesNoMoreIsWaitedFor)
 {
     int queued = 0;
     while (vlk_send(client, &record, 0) == VLK_OK)
-        ASSERT_LT(++queued, 100);
+        ASSERT_LT(++queued, 1000);
     EXPECT_EQ(vlk_send(client, &record, 20), VLK_TIMEOUT);
-    EXPECT_THAT(vlk_last_error(), HasSubstr("stayed full"));
+    EXPECT_THAT(vlk_last_error(), HasSubstr("took no more requests"));
 
     auto sent = std::async(std::launch::async, [this] { return vlk_send(client, &record, 10000); });
     EXPECT_EQ(sent.wait_for(100ms), std::future_status::timeout);
-    daemon.take();
-    EXPECT_EQ(sent.wait_for(700ms), std::future_status::ready) << "not woken";
-    EXPECT_EQ(sent.get(), VLK_OK);
+    for (int taken = 0; taken < queued; ++taken)
+        daemon.take();
+    EXPECT_EQ(sent.get(), VLK_OK) << "not woken";
 }
 
-TEST_F(ClientTest, AWaitEndsWhenTheReplyComesOrTheDaemonGoes)
+TEST_F(ClientTest, AWaitEndsWhenTheReplyComesOrTheDaemonGoesAndWithdrawsWhenItsTimeIsOver)
 {
-    const auto expect_end = [this](auto play, int expected, auto limit, const char *fault) {
-        auto result = std::async(std::launch::async, vlk_exchange, client, &record, &record, -1);
+    const auto expect_end = [this](auto play, int32_t limit_ms, int expected, const char *fault) {
+        auto result = std::async(std::launch::async, vlk_exchange, client, &record, &record, limit_ms);
         play(daemon.take());
-        EXPECT_EQ(result.wait_for(limit), std::future_status::ready) << fault;
-        EXPECT_EQ(result.get(), expected) << fault;
+        EXPECT_EQ(result.wait_for(4s), std::future_status::ready) << fault;
+        EXPECT_EQ(result.get(), expected) << fault << ": " << vlk_last_error();
     };
-    expect_end([this](const auto &r) { daemon.answer(r, "", 2); }, VLK_OK, 700ms, "the reply did not wake");
-    expect_end([this](const auto &) { daemon.claim(0); }, VLK_NOT_RUNNING, 2s, "the daemon died");
+    expect_end([this](const auto &r) { daemon.answer(r, "", 2); }, -1, VLK_OK, "the reply did not wake");
+    expect_end([](const auto &) {}, 50, VLK_TIMEOUT, "the time is over");
+    EXPECT_TRUE(daemon.asker_has_gone()) << "the request still waits to be served";
+    expect_end([this](const auto &r) { daemon.answer(r, "", 2); }, -1, VLK_OK, "not connected again");
+    expect_end([this](const auto &) { daemon.hang_up_clients(); }, -1, VLK_NOT_RUNNING, "the daemon died");
     EXPECT_EQ(vlk_send(client, &record, 0), VLK_NOT_RUNNING);
-    daemon.claim(1);
-    expect_end([this](const auto &) { daemon.remove_queues(); }, VLK_NOT_RUNNING, 2s, "there is a new one");
     record.req_type = ACTIVE_REPORT;
     EXPECT_EQ(vlk_exchange(client, &record, &record, -1), VLK_INVALID) << "never answered";
 }
 
-TEST_F(ClientTest, APageThatIsNotTheDaemonsIsExplained)
+TEST_F(ClientTest, WithoutAModemCommandsFailAtOnceUnlessTheyAreToWait)
 {
-    const auto expect_refusal = [this](int expected, const char *error) {
-        vlk_client *refused = nullptr;
-        EXPECT_EQ(vlk_open(&refused, &place), expected) << error;
-        EXPECT_THAT(vlk_last_error(), HasSubstr(error));
-    };
-    daemon.page->magic = 7;
-    expect_refusal(VLK_MISMATCH, "another version");
-    daemon.page->magic = 0;
-    expect_refusal(VLK_NOT_RUNNING, "not set up yet");
-    EXPECT_EQ(truncate((daemon.folder + "/events").c_str(), 27), 0);
-    expect_refusal(VLK_MISMATCH, "no event page of this version"); // and no SIGBUS
+    daemon.set_modem("absent", "/dev/ttyX is missing");
+    EXPECT_EQ(vlk_exchange(client, &record, &record, -1), VLK_NO_MODEM);
+    EXPECT_THAT(vlk_last_error(), testing::EndsWith("the modem is absent: /dev/ttyX is missing"));
+    EXPECT_EQ(vlk_wait_modem(client, 150), VLK_NO_MODEM);
+    at_cmd_msg stored;
+    vlk_fill_rssi(&stored);
+    EXPECT_EQ(vlk_send(client, &stored, 0), VLK_OK) << "the daemon answers that itself";
+
+    auto waiting = std::async(std::launch::async, vlk_wait_modem, client, 10'000);
+    EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout);
+    daemon.set_modem("ready");
+    EXPECT_EQ(waiting.get(), VLK_OK);
+    daemon.set_modem("silent");
+    EXPECT_EQ(vlk_send(client, &record, 0), VLK_OK) << "it was there: the daemon knows what to do";
+}
+
+TEST_F(ClientTest, AFolderThatADeadDaemonLeftIsNoDaemon)
+{
+    vlk_status status;
+    ASSERT_EQ(vlk_get_status(&place, &status), VLK_OK) << vlk_last_error();
+    EXPECT_EQ(status.pid, 4711);
+    EXPECT_EQ(status.modem, uint32_t{VLK_MODEM_READY});
+    EXPECT_EQ(status.waiting, 3U);
+    daemon.end();
+    EXPECT_EQ(vlk_get_status(&place, &status), VLK_NOT_RUNNING);
+    EXPECT_THAT(status.runtime_dir, testing::StrEq(daemon.folder));
+    vlk_client *other = nullptr;
+    EXPECT_EQ(vlk_open(&other, &place), VLK_NOT_RUNNING);
+    EXPECT_THAT(vlk_last_error(), HasSubstr("start vorlink"));
+    daemon.open();
+    EXPECT_EQ(vlk_open(&other, &place), VLK_OK) << vlk_last_error();
+    vlk_close(other);
 }
 
 TEST_F(ClientTest, WhatComesBeforeAnAnswerIsKeptInOrderWithItsGaps)

@@ -47,17 +47,23 @@ TEST_F(VlkctlTest, ExitCodesAndOutputSayHowACommandEnded)
     } const cases[] = {
         {"at AT+X", "begun", 5, 1, "begun\nvlkctl: ERROR\n"},
         {"at 'ATD*99#'", "", 11, 0, "vlkctl: CONNECT\n"},
-        {"at AT+X", "", 8, 6, "could not be written (modem: released)"},
         {"sms save 000102", "+CMS ERROR: 304", 4, 1, "vlkctl: +CMS ERROR: 304\n"},
         {"at AT --timeout 0", "", NO_REQUEST, 2, "--timeout"},
         {"at AT --raw --multi-line --expect X", "", NO_REQUEST, 2, "--multi-line"},
         {"at AT --wait nan", "", NO_REQUEST, 2, "--wait"},
-        {"--base 0x50 status", "", NO_REQUEST, 6, "not 0x00000050"},
-        {"at AT+X --wait 0.05", "", NO_REQUEST, 3, "no reply in time (modem: released)"},
+        {"at AT+X --wait 0.05", "", NO_REQUEST, 3, "no reply in time"},
     };
-    daemon.page->modem = HOST_MODEM_RELEASED;
     for (const auto &c : cases)
         EXPECT_THAT(run(c.arguments, c.response, c.ret_val, c.exit_code), HasSubstr(c.shown)) << c.arguments;
+
+    vlkctl late("at AT+X");
+    const at_cmd_msg request = daemon.take();
+    daemon.set_modem("released", "restart the daemon");
+    daemon.answer(request, "", AT_COMMAND_NOT_SUPPORT);
+    EXPECT_EQ(late.wait(), 6);
+    EXPECT_THAT(late.out, HasSubstr("could not be written (modem: released)"));
+    EXPECT_THAT(run("at AT+X", "", NO_REQUEST, 7), HasSubstr("the modem is released: restart the daemon"));
+    EXPECT_THAT(run("at AT+X --wait-modem 0.2", "", NO_REQUEST, 7), HasSubstr("the modem is released"));
 }
 
 TEST_F(VlkctlTest, JsonStaysValidWhateverTheModemSays)
@@ -68,7 +74,8 @@ TEST_F(VlkctlTest, JsonStaysValidWhateverTheModemSays)
     EXPECT_EQ(reply.value("command", ""), "AT+X");
     EXPECT_EQ(reply.value("result", json()), (json{{"code", 2}, {"text", "OK"}}));
     EXPECT_EQ(reply.value("lines", json(2)).at(1), "+X: \"\uFFFD\uFFFD\x1B\x01\\");
-    EXPECT_THAT(run("at AT --json --base 1", "", NO_REQUEST, 6), HasSubstr("\n{\"error\":\"the daemon in "));
+    EXPECT_THAT(run("--runtime-dir /nowhere at AT --json", "", NO_REQUEST, 4),
+                HasSubstr("\n{\"error\":\"no daemon is running in /nowhere"));
 }
 
 TEST_F(VlkctlTest, ATerminalIsNotControlledByTheModem)

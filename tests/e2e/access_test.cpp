@@ -5,7 +5,6 @@
 
 #include <grp.h>
 #include <pwd.h>
-#include <sys/msg.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -68,16 +67,12 @@ TEST(Access, UserAndGroupOfTheDaemonAndNobodyElse)
     const std::string run = system.folder + "/run";
     EXPECT_EQ(stat_of("/proc/" + std::to_string(system.daemon->pid)).st_uid, uid) << "root was not given up";
     for (const auto &[path, mode] :
-         {std::pair{run, 0750U}, {run + "/events", 0660U}, {run + "/hub", 0660U}}) {
+         {std::pair{run, 0750U}, {run + "/commands", 0660U}, {run + "/hub", 0660U}, {run + "/lock", 0600U}}) {
         const struct stat about = stat_of(path);
         EXPECT_EQ(about.st_mode & 07777U, mode) << path;
         EXPECT_EQ(about.st_uid, uid) << path;
         EXPECT_EQ(about.st_gid, gid) << path;
     }
-    msqid_ds queue{};
-    ASSERT_EQ(msgctl(msgget(static_cast<key_t>(system.base + 2), 0), IPC_STAT, &queue), 0);
-    EXPECT_EQ(queue.msg_perm.mode & 0777U, 0660U);
-    EXPECT_EQ(queue.msg_perm.gid, gid);
 
     EXPECT_EQ(vlkctl_as_nobody(system, std::string("--groups=") + GROUP, {"at", "AT+CSQ"}).out, SIGNAL);
     for (const std::vector<std::string> &command : {std::vector<std::string>{"at", "AT+CSQ"},

@@ -10,14 +10,14 @@ using testing::HasSubstr;
 namespace
 {
 
-/// A service that takes everything.
+/// A service that takes what ^TEMPPRT tells.
 struct listener {
     explicit listener(const system_under_test &system)
     {
         const std::string run = system.folder + "/run";
-        const vlk_place place{run.c_str(), 0};
+        const vlk_place place{run.c_str()};
         EXPECT_EQ(vlk_hub_open(&hub, &place), VLK_OK) << vlk_last_error();
-        EXPECT_EQ(vlk_hub_take_all(hub, 5000), VLK_OK) << vlk_last_error();
+        EXPECT_EQ(vlk_hub_take_module(hub, 9, 5000), VLK_OK) << vlk_last_error();
     }
     ~listener() { vlk_hub_close(hub); }
     vlk_hub *hub = nullptr;
@@ -59,7 +59,7 @@ TEST_F(Device, UnpluggedInTheMiddleOfACommandAndPluggedInAgain)
     system.tell_modem("unplug");
     ASSERT_TRUE(modem_is("absent"));
     const outcome absent = system.vlkctl({"at", "AT+CSQ"});
-    EXPECT_EQ(absent.code, 6) << "it cannot be written";
+    EXPECT_EQ(absent.code, 7) << "there is nothing to write it to";
     EXPECT_THAT(absent.err, HasSubstr("absent"));
 }
 
@@ -87,8 +87,8 @@ TEST_F(Device, UninstallLetsGoOfTheModem)
     ASSERT_TRUE(modem_is("released"));
     for (const char *command : {"AT+CSQ", "ATI"}) {
         const outcome seen = system.vlkctl({"at", command, "--json"});
-        EXPECT_EQ(seen.code, 6);
-        EXPECT_THAT(seen.out, HasSubstr("COMMAND NOT SUPPORT"));
+        EXPECT_EQ(seen.code, 7);
+        EXPECT_THAT(seen.out, HasSubstr("the modem is released"));
     }
     EXPECT_THAT(system.modem->ask("state"), HasSubstr("\"client\":false")) << "others may have the device";
 }

@@ -12,13 +12,20 @@ TEST(Examples, WorkAsTheyStandInTheDocuments)
     EXPECT_TRUE(listener.wait_for_output("event 31000: 2 85, 0 bytes of data, 0 missed before\n"))
         << listener.out;
 
-    process command({"/usr/bin/env", "python3", EXAMPLE_COMMAND, "AT+CSQ", "+CSQ:"}, system.variables);
-    const int code = command.wait(10);
-    if (code == 127)
-        GTEST_SKIP() << "no python3 for " << EXAMPLE_COMMAND;
-    EXPECT_EQ(code, 0) << command.err;
-    EXPECT_EQ(command.out, SIGNAL);
-    process refused({"/usr/bin/env", "python3", EXAMPLE_COMMAND, "AT+NOSUCH"}, system.variables);
-    EXPECT_EQ(refused.wait(10), 1);
-    EXPECT_EQ(refused.out, "+CME ERROR: 100\n");
+    const std::vector<std::string> programs[] = {
+        {EXAMPLE_COMMAND_C}, {EXAMPLE_PLAIN_C}, {"/usr/bin/env", "python3", EXAMPLE_COMMAND_PY}};
+    for (std::vector<std::string> program : programs) {
+        const auto run = [&](std::vector<std::string> arguments) {
+            arguments.insert(arguments.begin(), program.begin(), program.end());
+            process command(arguments, system.variables);
+            const int code = command.wait();
+            return outcome{code, command.out, command.err};
+        };
+        const outcome signal = run({"AT+CSQ", "+CSQ:"});
+        EXPECT_EQ(signal.code, 0) << program.back() << signal.err;
+        EXPECT_EQ(signal.out, SIGNAL) << program.back();
+        const outcome refused = run({"AT+NOSUCH"});
+        EXPECT_EQ(refused.code, 1) << program.back();
+        EXPECT_EQ(refused.out, "+CME ERROR: 100\n") << program.back();
+    }
 }

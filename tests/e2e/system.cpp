@@ -2,20 +2,13 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sys/msg.h>
-#include <sys/sem.h>
 
 system_under_test::system_under_test()
-    : base(0x10000000U | (static_cast<uint32_t>(getpid()) & 0x3FFFFFU) << 4U)
 {
-    static uint32_t systems = 0; // several in one process
-    base += systems++ << 26U;
     char name[] = "/tmp/vlk-e2e-XXXXXX";
     folder = mkdtemp(name);
-    variables = {{"VLK_RUNTIME_DIR", folder + "/run"},
-                 {"VLK_IPC_BASE", std::to_string(base)},
-                 {"VLK_AT_DEVICE", folder + "/modem"},
-                 {"VLK_TRACE_LEVEL", "4"}};
+    variables = {
+        {"VLK_RUNTIME_DIR", folder + "/run"}, {"VLK_AT_DEVICE", folder + "/modem"}, {"VLK_TRACE_LEVEL", "4"}};
 }
 
 system_under_test::~system_under_test()
@@ -27,9 +20,6 @@ system_under_test::~system_under_test()
     }
     daemon.reset();
     modem.reset();
-    for (const uint32_t key : {1U, 2U})
-        msgctl(msgget(static_cast<key_t>(base + key), 0), IPC_RMID, nullptr);
-    semctl(semget(static_cast<key_t>(base), 0, 0), 0, IPC_RMID);
     std::filesystem::remove_all(folder);
 }
 

@@ -1,5 +1,5 @@
-// A whole system in its own corner of the machine: simulator, daemon and client processes with a runtime folder and an
-// IPC base that no other test uses. Everything is ended and removed with the object.
+// A whole system in its own corner of the machine: simulator, daemon and client processes with a runtime folder of its
+// own. Everything is ended and removed with the object.
 #ifndef E2E_SYSTEM_H
 #define E2E_SYSTEM_H
 
@@ -42,7 +42,6 @@ public:
     void wait_until_answering();
 
     std::string folder;
-    uint32_t base;
     environment variables;
     std::unique_ptr<process> modem;
     std::unique_ptr<process> daemon;

@@ -13,6 +13,7 @@
 #include "at_device.h"
 #include "host_place.h"
 #include "k7_at_proxy.h"
+#include "modem_state.h"
 
 namespace
 {
@@ -23,7 +24,7 @@ constexpr uint32_t CHANNEL = 6;
 
 bool wait_for_modem(host_modem_state state)
 {
-    return wait_until([state] { return host_event_page()->modem == state; });
+    return wait_until([state] { return modem_state_get().state == state; });
 }
 
 /// What the proxy delivered to the daemon, which can refuse a number of times first.
@@ -145,16 +146,16 @@ TEST_F(Proxy, SendFunctionComesOnlyOnceTheModemHasAnswered)
     const std::string traces = testing::internal::GetCapturedStderr();
     EXPECT_THAT(traces, HasSubstr("is missing: waiting until it appears"));
     EXPECT_EQ(std::ranges::count(traces, '\n'), 1) << traces;
-    EXPECT_EQ(host_event_page()->modem, HOST_MODEM_ABSENT);
+    EXPECT_EQ(modem_state_get().state, HOST_MODEM_ABSENT);
     const modem device(link);
     EXPECT_EQ(device.hear("ATE0\rATE0\r"), "ATE0\rATE0\r") << "asks again while nothing answers";
-    EXPECT_EQ(host_event_page()->modem, HOST_MODEM_SILENT);
+    EXPECT_EQ(modem_state_get().state, HOST_MODEM_SILENT);
     EXPECT_EQ(send_proc, nullptr);
     device.say("ATE0\r\r\nOK\r\n\r\n^BOOT: 1\r\n");
     EXPECT_EQ(delivered("1\r\n"), "\r\n^BOOT: 1\r\n");
     device.say("ATE0\r\r\nOK\r\n"); // the second answer
     EXPECT_TRUE(register_once());
-    EXPECT_EQ(host_event_page()->modem, HOST_MODEM_READY);
+    EXPECT_EQ(modem_state_get().state, HOST_MODEM_READY);
     EXPECT_EQ(send("AT+CSQ\r"), 0);
     EXPECT_EQ(device.hear("\r").substr(0, 7), "AT+CSQ\r");
     device.say("\r\nOK\r\n");
@@ -297,7 +298,7 @@ TEST_F(Proxy, NothingGoesThroughOnceUnregistered)
     EXPECT_EQ(K7_App_Ungister(), 0);
     device.say("RING\r\n");
     EXPECT_EQ(send("AT\r"), -1);
-    EXPECT_EQ(host_event_page()->modem, HOST_MODEM_RELEASED);
+    EXPECT_EQ(modem_state_get().state, HOST_MODEM_RELEASED);
     EXPECT_EQ(delivered(""), "");
 }
 

@@ -1,5 +1,9 @@
-// The start of a whole process: arguments, settings, the claim.
+// The start of a whole process: arguments, settings, the claim on its folder.
+#include <filesystem>
+#include <fstream>
+
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include "../process.h"
 #include "host_place.h"
@@ -38,11 +42,11 @@ TEST(start, a_wrong_start_names_cause_and_cure_in_one_line)
         {"no folder can be made there", "VLK_RUNTIME_DIR=/proc/no/vlk", "", 78, "set VLK_RUNTIME_DIR"},
         {"a folder that is a file", "VLK_RUNTIME_DIR=/dev/null", "", 78, "is no folder"},
         {"others may exchange the files", "VLK_RUNTIME_DIR=/tmp", "", 78, "other users can write"},
-        {"a private key", "VLK_IPC_BASE=0", "", 78, "VLK_IPC_BASE is \"0\""},
-        {"bases that share keys", "VLK_IPC_BASE=0x766c6b01", "", 78, "multiple of 16"},
-        {"a number with a tail", "VLK_IPC_BASE=16k", "", 78, "VLK_IPC_BASE is \"16k\""},
-        {"a number without digits", "VLK_IPC_BASE=0x", "", 78, "VLK_IPC_BASE is \"0x\""},
-        {"a number of 33 bits", "VLK_IPC_BASE=0x100000010", "", 78, "VLK_IPC_BASE"},
+        {"no time at all", "VLK_TIMEOUT_MAX=0", "", 78, "VLK_TIMEOUT_MAX is \"0\""},
+        {"more than a day", "VLK_TIMEOUT_MAX=86401", "", 78, "from 1 to 86400"},
+        {"a number with a tail", "VLK_TIMEOUT_MAX=16k", "", 78, "VLK_TIMEOUT_MAX is \"16k\""},
+        {"a number without digits", "VLK_TIMEOUT_MAX=0x", "", 78, "VLK_TIMEOUT_MAX is \"0x\""},
+        {"a number of 33 bits", "VLK_TIMEOUT_MAX=0x100000010", "", 78, "VLK_TIMEOUT_MAX"},
         {"a negative level", "VLK_TRACE_LEVEL=-1", "", 78, "VLK_TRACE_LEVEL is \"-1\""},
         {"no number at all", "VLK_TRACE_LEVEL=loud", "", 78, "VLK_TRACE_LEVEL is \"loud\""},
         {"a group of nobody", "VLK_GROUP=no-such-group", "", 78, "create"},
@@ -64,26 +68,61 @@ TEST(start, a_wrong_start_names_cause_and_cure_in_one_line)
     }
 }
 
-TEST(start, a_base_has_one_daemon_until_it_dies)
+TEST(start, a_folder_has_one_daemon_until_it_dies)
 {
     const host_place place;
-    const std::string second_folder = place.folder + "/second";
-    const uint32_t second_base = place.base + 0x20000000;
     probe first("", "stay");
     ASSERT_TRUE(first.wait_for_output("started\n"));
     const std::string pid = first.out.substr(0, first.out.find(' '));
-
-    for (const std::string &other :
-         {"VLK_RUNTIME_DIR=" + second_folder, "VLK_IPC_BASE=" + std::to_string(second_base)}) {
-        probe second(other);
-        EXPECT_EQ(second.wait(), 69) << other;
-        EXPECT_THAT(second.out, testing::AllOf(HasSubstr("pid " + pid), HasSubstr("VLK_IPC_BASE")));
+    {
+        probe second("");
+        EXPECT_EQ(second.wait(), 69);
+        EXPECT_THAT(second.out, testing::AllOf(HasSubstr("pid " + pid), HasSubstr("VLK_RUNTIME_DIR")));
+        EXPECT_EQ(probe("VLK_RUNTIME_DIR=" + place.folder + "/second").wait(), 0)
+            << "two folders, two daemons";
     }
-    EXPECT_NE(access(second_folder.c_str(), F_OK), 0) << "a refused daemon must leave nothing";
-    semctl(semget(static_cast<key_t>(second_base + HOST_CLAIM_KEY), 0, 0), 0, IPC_RMID);
     first.kill(SIGKILL);
     first.wait();
     EXPECT_EQ(probe("").wait(), 0) << "the claim outlives a killed daemon";
+}
+
+TEST(start, files_that_somebody_put_in_its_place_are_refused_and_left_alone)
+{
+    const host_place place;
+    const std::string victim = place.folder + "/victim";
+    const std::string lock = place.folder + "/lock";
+    const auto expect_refusal = [&](const char *fault, const char *message) {
+        probe started("");
+        EXPECT_NE(started.wait(), 0) << fault;
+        EXPECT_THAT(started.out, HasSubstr(message)) << fault;
+        struct stat state = {};
+        ASSERT_EQ(stat(victim.c_str(), &state), 0);
+        EXPECT_EQ(state.st_mode & 07777U, 0644U) << fault << ": somebody's file was changed";
+        EXPECT_EQ(state.st_size, 6) << fault;
+        std::filesystem::remove(lock);
+    };
+    std::ofstream(victim) << "victim";
+    chmod(victim.c_str(), 0644);
+    std::filesystem::create_hard_link(victim, lock);
+    expect_refusal("a hard link", "is not this daemon's file");
+    std::filesystem::create_symlink(victim, lock);
+    expect_refusal("a symbolic link", "cannot open");
+    mkfifo(lock.c_str(), 0666);
+    expect_refusal("a pipe", "is not this daemon's file");
+}
+
+TEST(start, closed_standard_descriptors_are_never_anything_else)
+{
+    const host_place place;
+    for (const char *closed : {"<&-", ">&-", "2>&-", "<&- >&- 2>&-"}) {
+        process started(
+            {"/bin/sh", "-c", std::string("VLK_AT_DEVICE=/dev/null exec " HOST_PROBE " ") + closed});
+        EXPECT_EQ(started.wait(), 0) << closed;
+        std::ifstream lock(place.folder + "/lock");
+        std::string text;
+        std::getline(lock, text);
+        EXPECT_EQ(text, std::to_string(started.pid)) << closed << ": the lock took what was to be printed";
+    }
 }
 
 } // namespace

@@ -12,12 +12,10 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/msg.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
-#include "host_wire.h"
 #include "vlk_client.h"
-#include "vlk_queues.h"
 
 namespace
 {
@@ -124,7 +122,6 @@ void judge(const request &sent, const at_cmd_msg &reply)
 struct client {
     bool is_raw = below(2) == 0; ///< takes replies below the library, which would drop a wrong one
     vlk_client *handle = nullptr;
-    int replies = -1;
     uint32_t daemon = 0; ///< when this client came, or last was answered
 
     void open()
@@ -132,35 +129,39 @@ struct client {
         daemon = board.daemon;
         if (vlk_open(&handle, nullptr) != VLK_OK)
             throw no_service("a client was turned away");
-        replies = msgget(std::stoi(getenv("VLK_IPC_BASE")) + VLK_QUEUE_CLIENT_REPLY, 0);
     }
 
-    /// Two at most: five clients then ask what the reply queue holds.
     void ask_and_hear() const
     {
-        std::vector<request> sent(1 + below(2));
+        std::vector<request> sent(1 + below(4));
         for (request &next : sent) {
             fill(next);
-            if (vlk_send(handle, &next.record, PATIENCE_MS) != VLK_OK)
+            next.record.Id = static_cast<int32_t>(chance());
+            int result = vlk_send(handle, &next.record, PATIENCE_MS);
+            if (result == VLK_NO_MODEM && vlk_wait_modem(handle, PATIENCE_MS) == VLK_OK)
+                result = vlk_send(handle, &next.record, PATIENCE_MS);
+            if (result != VLK_OK)
                 throw no_service("no room for " + next.text());
             ++board.requests;
         }
         for (const request &next : sent)
             judge(next, reply_to(next));
+        at_cmd_msg more;
+        if (recv(vlk_client_fd(handle), &more, sizeof more, MSG_DONTWAIT) > 0)
+            throw fault("a reply too many");
     }
 
     at_cmd_msg reply_to(const request &sent) const
     {
-        host_queue_message got;
+        at_cmd_msg got{};
         alarm(2 * PATIENCE_MS / 1000); // ends a process that waits below the library
-        if (is_raw ? msgrcv(replies, &got, sizeof got.record, sent.record.Id, 0) < 0
-                   : vlk_wait(handle, sent.record.seq, &got.record, PATIENCE_MS) != VLK_OK)
+        if (is_raw ? recv(vlk_client_fd(handle), &got, sizeof got, 0) != ssize_t{sizeof got}
+                   : vlk_wait(handle, sent.record.seq, &got, PATIENCE_MS) != VLK_OK)
             throw no_service("no reply to " + sent.text());
         alarm(0);
-        return got.record;
+        return got;
     }
 
-    /// Ends without vlk_close, so that a reply too many is found in the queue.
     void play()
     {
         while (board.stop == 0 || board.line % 2 == 0)

@@ -1,5 +1,6 @@
-#include "daemon_page.h"
+#include "daemon_place.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -7,29 +8,19 @@
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
 #include <glob.h>
 #include <grp.h>
-#include <sys/mman.h>
-#include <sys/msg.h>
-#include <sys/sem.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include "last_error.h"
 
 namespace
 {
-constexpr int READ_WRITE = 0600; // permissions that a System V look-up asks for
-
-struct file_descriptor {
-    int number;
-    ~file_descriptor()
-    {
-        if (number >= 0)
-            close(number);
-    }
-};
+constexpr timeval SEND_LIMIT = {5, 0}; // for connecting and for every packet sent
 
 int not_running(const host_paths &paths, const char *found)
 {
@@ -73,8 +64,40 @@ int denied(const host_paths &paths, const char *path)
         barrier, group.c_str(), group.c_str());
 }
 
-/// The folders in which a daemon may be when nobody says which: the user's own, root's, and those of the system's
-/// instances.
+/// A connected socket, -1 with errno when there is none.
+int connect_socket(const char *path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (std::strlen(path) >= sizeof address.sun_path) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    std::strcpy(address.sun_path, path);
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+        return -1;
+    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &SEND_LIMIT, sizeof SEND_LIMIT);
+    if (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0)
+        return fd;
+    const int error = errno;
+    close(fd);
+    errno = error;
+    return -1;
+}
+
+/// A daemon lives there, or somebody keeps us from looking. A folder that a dead one left does not count.
+bool may_have_daemon(const std::string &folder)
+{
+    const int fd = connect_socket((folder + "/" + HOST_HUB_NAME).c_str());
+    if (fd < 0)
+        return errno == EACCES || errno == EPERM;
+    close(fd);
+    return true;
+}
+
+/// The folders of daemons when nobody says which: the user's own, root's, and those of the system's instances. When no
+/// daemon lives, the folders that are there.
 std::vector<std::string> folders_of_daemons()
 {
     std::vector<std::string> folders;
@@ -91,6 +114,8 @@ std::vector<std::string> folders_of_daemons()
         for (size_t i = 0; i < instances.gl_pathc; ++i)
             add(instances.gl_pathv[i]);
     globfree(&instances);
+    if (std::ranges::any_of(folders, may_have_daemon))
+        std::erase_if(folders, [](const std::string &folder) { return !may_have_daemon(folder); });
     return folders;
 }
 
@@ -149,83 +174,26 @@ int explain_failure(const host_paths &paths, const char *name, int error)
     case EACCES:
     case EPERM:
         return denied(paths, path.data());
+    case EPIPE:
+    case ECONNRESET:
+        return daemon_has_gone(paths);
+    case EAGAIN:
+        return fail(VLK_TIMEOUT, "the daemon in %s does not answer", paths.folder);
     default:
         return fail(VLK_SYSTEM, "%s: %s", path.data(), std::strerror(error));
     }
 }
 
-daemon_page::~daemon_page()
-{
-    if (page_ != nullptr)
-        munmap(page_, sizeof *page_);
-}
-
-int daemon_page::map()
+int connect_to_daemon(const host_paths &paths, const char *name, int *fd)
 {
     std::array<char, HOST_PATH_SIZE> path;
-    if (host_path(&paths_, HOST_PAGE_NAME, path.data(), path.size()) != 0)
+    if (host_path(&paths, name, path.data(), path.size()) != 0)
         return fail(VLK_INVALID, "the name of the runtime folder is too long");
-
-    const file_descriptor file{::open(path.data(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK)};
-    struct stat info = {};
-    if (file.number < 0 || fstat(file.number, &info) != 0)
-        return explain_failure(paths_, HOST_PAGE_NAME, errno);
-    if (S_ISREG(info.st_mode) && info.st_size == 0)
-        return not_running(paths_, "the event page is empty");
-    if (!S_ISREG(info.st_mode) || info.st_size < static_cast<off_t>(sizeof(host_page)))
-        return fail(VLK_MISMATCH, "%s is no event page of this version of the daemon", path.data());
-
-    void *memory = mmap(nullptr, sizeof(host_page), PROT_READ | PROT_WRITE, MAP_SHARED, file.number, 0);
-    if (memory == MAP_FAILED)
-        return explain_failure(paths_, HOST_PAGE_NAME, errno);
-    page_ = static_cast<host_page *>(memory);
-    return VLK_OK;
+    *fd = connect_socket(path.data());
+    return *fd >= 0 ? VLK_OK : explain_failure(paths, name, errno);
 }
 
-int daemon_page::open(const vlk_place *place)
+int daemon_has_gone(const host_paths &paths)
 {
-    if (const int failed = find_folder(place, &paths_))
-        return failed;
-    if (const int failed = map())
-        return failed;
-
-    const uint32_t magic = page_->magic.load(std::memory_order_acquire);
-    if (magic == 0)
-        return not_running(paths_, "the event page is not set up yet");
-    if (magic != HOST_PAGE_MAGIC)
-        return fail(VLK_MISMATCH, "the daemon in %s is of another version (event page %08X, wanted %08X)",
-                    paths_.folder, magic, HOST_PAGE_MAGIC);
-    paths_.base = page_->base;
-    if (place != nullptr && place->base != 0 && place->base != paths_.base)
-        return fail(VLK_MISMATCH, "the daemon in %s uses IPC base 0x%08X, not 0x%08X", paths_.folder,
-                    paths_.base, place->base);
-
-    claim_ = semget(static_cast<key_t>(paths_.base + HOST_CLAIM_KEY), 1, 0400);
-    if (claim_ < 0 && errno == EACCES)
-        return explain_failure(paths_, HOST_PAGE_NAME, EACCES);
-    if (!alive())
-        return not_running(paths_, "it has ended");
-    return VLK_OK;
-}
-
-bool daemon_page::alive() const
-{
-    return claim_ >= 0 && semctl(claim_, 0, GETVAL) > 0;
-}
-
-int daemon_page::find_queue(uint32_t key, int *queue) const
-{
-    *queue = msgget(static_cast<key_t>(paths_.base + key), READ_WRITE);
-    if (*queue >= 0)
-        return VLK_OK;
-    if (errno == ENOENT)
-        return not_running(paths_, "it has no queues yet");
-    return explain_failure(paths_, HOST_PAGE_NAME, errno);
-}
-
-int daemon_page::explain_queue_failure(int error) const
-{
-    if (error == EIDRM || error == EINVAL)
-        return fail(VLK_NOT_RUNNING, "the daemon in %s was restarted; the request is lost", paths_.folder);
-    return explain_failure(paths_, HOST_PAGE_NAME, error);
+    return fail(VLK_NOT_RUNNING, "the daemon in %s has ended or has closed the connection", paths.folder);
 }

@@ -1,0 +1,263 @@
+#include "commands.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include <poll.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include "at_proxy.h"
+#include "command_name.h"
+#include "connections.h"
+#include "door.h"
+#include "futex_word.h"
+#include "host_log.h"
+#include "host_start.h"
+#include "host_wire.h"
+#include "main_wait.h"
+#include "msgq_plain.h"
+#include "served_request.h"
+#include "turns.h"
+#include "vlk_queues.h"
+
+namespace
+{
+static_assert(turns::LANES_MAX == connections::MAX);
+constexpr int NO_LANE = -1;
+constexpr uint32_t LANE_EVENTS = EPOLLIN | EPOLLRDHUP;
+constexpr int WAITING_SHOWN = 16;
+
+/// Everything here changes under the mutex: the main thread takes and answers, the door's thread opens and closes.
+std::mutex mutex;
+connections clients;
+turns order;
+std::array<at_cmd_msg, connections::MAX> unsent; ///< replies of clients that do not read; untouched as a rule
+std::array<bool, connections::MAX> has_unsent{};
+
+at_cmd_msg head; ///< the request whose turn has come, of head_lane
+int head_lane = NO_LANE;
+
+struct {
+    int lane = NO_LANE; ///< of the request that is served, unless its client has hung up
+    uint32_t request = 0;
+    uint32_t type = 0;
+    int64_t since_ms = 0;
+    char command[32] = "";
+} served;
+
+uint32_t requests_taken = 0;
+uint32_t visit = 0; ///< the event wait after which a request was last taken
+
+/// Under the mutex.
+void close_lane(int lane)
+{
+    if (lane == served.lane) {
+        served.lane = NO_LANE;
+        if (served.type == ACTIVE_REPORT)
+            plain_queues_give_up(served.request);
+        else
+            at_proxy_asker_gone(served.request);
+    }
+    if (lane == head_lane)
+        head_lane = NO_LANE;
+    has_unsent[static_cast<size_t>(lane)] = false;
+    order.close(lane);
+    clients.remove(lane);
+}
+
+/// Under the mutex. 0, or an errno value: EAGAIN when the client has no room.
+int send_reply(int lane, const at_cmd_msg &reply)
+{
+    const ssize_t sent = send(clients[lane].fd, &reply, sizeof reply, MSG_DONTWAIT | MSG_NOSIGNAL);
+    return sent == ssize_t{sizeof reply} ? 0 : errno;
+}
+
+/// Under the mutex: a client that did not read has room again.
+void send_unsent(int lane)
+{
+    const auto at = static_cast<size_t>(lane);
+    if (!has_unsent[at] || send_reply(lane, unsent[at]) == EAGAIN)
+        return;
+    has_unsent[at] = false;
+    main_wait_change(clients[lane].fd, LANE_EVENTS, static_cast<uint32_t>(lane));
+    order.set_ready(lane, true);
+}
+
+/// Something happened at a client, as the main thread's wait tells. It may be an event of the lane's last client.
+void lane_event(uint32_t tag, uint32_t events)
+{
+    const auto lane = static_cast<int>(tag);
+    const std::scoped_lock lock(mutex);
+    if (clients[lane].fd < 0)
+        return;
+    if ((events & ~uint32_t{EPOLLIN | EPOLLOUT}) != 0 && is_hung_up(clients[lane].fd))
+        return close_lane(lane);
+    if ((events & EPOLLOUT) != 0)
+        send_unsent(lane);
+    else if (!has_unsent[tag])
+        order.set_ready(lane, true);
+    main_wait_raise(VLK_EVENT_CLIENT_REQUEST);
+}
+
+/// The door's thread.
+int lane_opened(int fd)
+{
+    const std::scoped_lock lock(mutex);
+    const int lane = clients.add(fd);
+    if (lane < 0)
+        return -1;
+    order.open(lane, clients[lane].user);
+    if (main_wait_add(fd, LANE_EVENTS, static_cast<uint32_t>(lane)) == 0)
+        return lane;
+    order.close(lane);
+    clients.remove(lane);
+    return -1;
+}
+
+/// The door's thread: it hears of hang-ups also while the main thread waits for the modem.
+void lane_happened(int lane)
+{
+    const std::scoped_lock lock(mutex);
+    if (clients[lane].fd >= 0 && is_hung_up(clients[lane].fd))
+        close_lane(lane);
+}
+
+constexpr door_service door{HOST_COMMANDS_NAME, 0, lane_opened, lane_happened};
+
+/// Under the mutex: what is no record is nothing that can be answered.
+void receive(int lane)
+{
+    const ssize_t size = recv(clients[lane].fd, &head, sizeof head, MSG_DONTWAIT | MSG_TRUNC);
+    if (size == ssize_t{sizeof head}) {
+        head_lane = lane;
+    } else if (size < 0 && (errno == EAGAIN || errno == EINTR)) {
+        order.set_ready(lane, false);
+    } else {
+        if (size > 0)
+            host_log(LOG_WARNING,
+                     "a client is disconnected: process %d (%s) sent %zd bytes in place of a record",
+                     clients[lane].pid, name_of_process(clients[lane].pid).text, size);
+        close_lane(lane);
+    }
+}
+
+/// Under the mutex: the last request is done, answered or not.
+void end_served()
+{
+    served.lane = NO_LANE;
+    host_served_request = 0;
+}
+
+/// Under the mutex: reads ahead the request whose turn it is.
+bool find_head()
+{
+    end_served();
+    while (head_lane == NO_LANE) {
+        const int lane = order.next();
+        if (lane == NO_LANE)
+            return false;
+        receive(lane);
+    }
+    return true;
+}
+
+std::string_view text_of(const at_cmd_msg &request)
+{
+    return {request.snd_rcv_msg.cmd, strnlen(request.snd_rcv_msg.cmd, sizeof request.snd_rcv_msg.cmd)};
+}
+
+/// Under the mutex.
+void begin_served(at_cmd_msg &request)
+{
+    request = head;
+    served.lane = std::exchange(head_lane, NO_LANE);
+    order.served(served.lane);
+    if (++requests_taken == 0)
+        ++requests_taken;
+    served.request = requests_taken;
+    served.type = request.req_type;
+    served.since_ms = monotonic_ms();
+    const bool has_command = request.req_type == AT_COMMAND || request.req_type == AT_RAW_COMMAND;
+    const std::string_view name = has_command ? at_command_name(text_of(request)) : "";
+    served.command[name.copy(served.command, sizeof served.command - 1)] = '\0';
+    host_served_request = served.request;
+    visit = main_wait_count();
+}
+} // namespace
+
+int commands_open()
+{
+    main_wait_set_proc(lane_event);
+    return door_open(door);
+}
+
+bool commands_waiting()
+{
+    constexpr uint32_t others = ~uint32_t{VLK_EVENT_CLIENT_REQUEST};
+    main_wait_look();
+    const std::scoped_lock lock(mutex);
+    if (!find_head())
+        return false;
+    // Whoever sends one request after the other must not keep the modem's reports waiting.
+    if (visit != main_wait_count() || (main_wait_bits() & others) == 0)
+        return true;
+    main_wait_raise(VLK_EVENT_CLIENT_REQUEST);
+    return false;
+}
+
+int commands_take(at_cmd_msg &request)
+{
+    const std::scoped_lock lock(mutex);
+    if (!find_head())
+        return ENOMSG;
+    begin_served(request);
+    request.timeout = std::min(request.timeout, host_settings().timeout_max);
+    return 0;
+}
+
+int commands_reply(const at_cmd_msg &reply)
+{
+    const std::scoped_lock lock(mutex);
+    const int lane = served.lane;
+    end_served();
+    if (lane == NO_LANE)
+        return 0;
+    const int cause = send_reply(lane, reply);
+    if (cause != EAGAIN)
+        return cause;
+    const auto at = static_cast<size_t>(lane);
+    unsent[at] = reply;
+    has_unsent[at] = true;
+    order.set_ready(lane, false);
+    main_wait_change(clients[lane].fd, LANE_EVENTS | EPOLLOUT, static_cast<uint32_t>(lane));
+    return 0;
+}
+
+void commands_status(status_text &text)
+{
+    const std::scoped_lock lock(mutex);
+    text.add("clients.connected %d", clients.count());
+    if (served.lane != NO_LANE) {
+        const connection &asker = clients[served.lane];
+        text.add("running.command %s", served.command[0] != '\0' ? served.command : "none");
+        text.add("running.pid %d", asker.pid);
+        text.add("running.name %s", name_of_process(asker.pid).text);
+        text.add("running.user %u", asker.user);
+        text.add("running.for_ms %lld", static_cast<long long>(monotonic_ms() - served.since_ms));
+    }
+    int waiting = 0;
+    for (int lane = 0; lane < connections::MAX; ++lane) {
+        pollfd state{clients[lane].fd, POLLIN, 0};
+        const bool waits = state.fd >= 0 && (lane == head_lane || poll(&state, 1, 0) > 0);
+        if (waits && ++waiting <= WAITING_SHOWN)
+            text.add("waiting.%d %d %u %s", waiting, clients[lane].pid, clients[lane].user,
+                     name_of_process(clients[lane].pid).text);
+    }
+    text.add("clients.waiting %d", waiting);
+}

@@ -1,0 +1,25 @@
+// The door: one thread that accepts the connections of the daemon's sockets and notices who sends or hangs up.
+#ifndef VLK_DOOR_H
+#define VLK_DOOR_H
+
+#include <cstdint>
+
+/// What is done at one of the sockets. Everything runs on the door's thread, nothing locked.
+struct door_service {
+    const char *name; ///< of the socket in the runtime folder
+
+    /// Epoll events of a connection that are told, beside a hang-up.
+    uint32_t events;
+
+    /// Takes a new connection. Its slot, or -1 when there is no room for its user; it is closed then.
+    int (*opened)(int fd);
+
+    /// Something happened at a slot. It may be an event of the slot's last connection, so look before acting.
+    void (*happened)(int slot);
+};
+
+/// Opens the socket, which others can connect to from now on, and starts the thread with the first one. The service
+/// stays the caller's and must outlive the process. 0, or -1 after a line in the log. Again: nothing. Main thread.
+int door_open(const door_service &service);
+
+#endif
