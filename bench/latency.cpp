@@ -16,8 +16,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <sched.h>
-#include <sys/ipc.h>
-#include <sys/msg.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -27,27 +26,27 @@
 
 #include "host_wire.h"
 #include "vlk_client.h"
-#include "vlk_queues.h"
 
 namespace
 {
 
 using clock_type = std::chrono::steady_clock;
 
-constexpr char USAGE[] = R"(Usage: latency FOLDER BASE PART
-Started by bench/run, which says what the numbers mean. FOLDER: an empty one; BASE: a VLK_IPC_BASE, used up to BASE + 31
+constexpr char USAGE[] = R"(Usage: latency FOLDER PART
+Started by bench/run, which says what the numbers mean. FOLDER: an empty one
 PART:
   pinned    microseconds a command, everything on one CPU, beside the floor
   unpinned  the same on all CPUs
   pty       through a pty in place of a socket, without the floor
-  clients   commands a second with 1, 4 and 16 client processes, then the same through the floor
+  clients   commands a second with 1, 4, 16 and 64 client processes and the slowest of them, everything on one CPU,
+            beside the floor
   memory    of the daemon after 10,000 and after 50,000 commands, KiB
   start     milliseconds until the modem is ready
 )";
 
-constexpr int ROUNDS = 31;         ///< of each thing, in turns; results are medians over them
-constexpr int COMMANDS = 2000;     ///< of a single client in a round
-constexpr int ALL_COMMANDS = 3000; ///< of several clients together in a round
+constexpr int ROUNDS = 31;                 ///< of each thing, in turns; results are medians over them
+constexpr int COMMANDS = 2000;             ///< of a single client in a round
+constexpr std::size_t ALL_COMMANDS = 3200; ///< of several clients together in a round
 constexpr int32_t LIMIT_MS = 10'000;
 
 [[noreturn]] void fail(const char *what, const char *why)
@@ -117,16 +116,14 @@ public:
 
 /// Where a server is, daemon or relay, and what it is told.
 struct place {
-    std::string folder;
-    uint32_t base;
+    std::string folder; ///< its runtime folder
     std::string device;
 };
 
 child start_server(const char *program, const place &where)
 {
     return child([&] {
-        setenv("VLK_RUNTIME_DIR", (where.folder + "/run").c_str(), 1);
-        setenv("VLK_IPC_BASE", std::to_string(where.base).c_str(), 1);
+        setenv("VLK_RUNTIME_DIR", where.folder.c_str(), 1);
         setenv("VLK_AT_DEVICE", where.device.c_str(), 1);
         execl(program, program, nullptr);
         perror(program);
@@ -203,15 +200,12 @@ child start_modem_on_pty(std::string *path)
 
 // ---- Clients
 
-/// Returns the daemon's runtime folder, once the modem is ready.
-std::string wait_until_ready(const place &where)
+void wait_until_ready(const place &where)
 {
-    std::string folder = where.folder + "/run";
-    const vlk_place at{folder.c_str(), where.base};
+    const vlk_place at{where.folder.c_str()};
     vlk_status status{};
     while (vlk_get_status(&at, &status) != VLK_OK || status.modem != VLK_MODEM_READY)
         usleep(100);
-    return folder;
 }
 
 /// A client of the daemon.
@@ -220,8 +214,8 @@ class daemon_client
 public:
     explicit daemon_client(const place &where)
     {
-        const std::string folder = wait_until_ready(where);
-        const vlk_place at{folder.c_str(), where.base};
+        wait_until_ready(where);
+        const vlk_place at{where.folder.c_str()};
         if (vlk_open(&client, &at) != VLK_OK)
             fail("vlk_open", vlk_last_error());
         vlk_fill_command(&request, "AT+CSQ", "+CSQ:", VLK_PLAIN, 5);
@@ -248,35 +242,27 @@ class relay_client
 {
 public:
     explicit relay_client(const place &where)
-        : requests(find_queue(where, VLK_QUEUE_CLIENT_REQUEST)),
-          replies(find_queue(where, VLK_QUEUE_CLIENT_REPLY))
     {
-        message.record.Id = getpid();
-        strcpy(message.record.snd_rcv_msg.cmd, "AT+CSQ");
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        (where.folder + "/" + HOST_COMMANDS_NAME).copy(address.sun_path, sizeof address.sun_path - 1);
+        while (connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0)
+            usleep(1000); // until the relay has made it
+        strcpy(request.snd_rcv_msg.cmd, "AT+CSQ");
     }
+    relay_client(const relay_client &) = delete;
+    ~relay_client() { close(fd); }
 
     void exchange()
     {
-        message.type = HOST_REQUEST_TYPE;
-        check(msgsnd(requests, &message, sizeof message.record, 0) == 0, "msgsnd");
-        host_queue_message reply;
-        check(msgrcv(replies, &reply, sizeof reply.record, message.record.Id, 0) == sizeof reply.record,
-              "msgrcv");
+        check(send(fd, &request, sizeof request, MSG_NOSIGNAL) == sizeof request, "send");
+        check(recv(fd, &reply, sizeof reply, 0) == sizeof reply, "recv");
     }
 
 private:
-    /// Waits until the relay has made it.
-    static int find_queue(const place &where, uint32_t key)
-    {
-        int id = -1;
-        while ((id = msgget(static_cast<key_t>(where.base + key), 0)) < 0)
-            usleep(1000);
-        return id;
-    }
-
-    int requests;
-    int replies;
-    host_queue_message message{};
+    int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    at_cmd_msg request{};
+    at_cmd_msg reply{};
 };
 
 // ---- The parts
@@ -315,7 +301,7 @@ double ratio(const std::vector<double> &daemon, const std::vector<double> &floor
 
 void measure_round_trips(const std::string &part, const place &daemon_place)
 {
-    const place relay_place{daemon_place.folder, daemon_place.base + 16, daemon_place.device};
+    const place relay_place{daemon_place.folder + "-relay", daemon_place.device};
     const child modem = start_modem_on_socket(daemon_place.device);
     const child daemon = start_server(VORLINK, daemon_place);
     const child relay = start_server(RELAY, relay_place);
@@ -349,29 +335,42 @@ void measure_pty(place where)
     print_round_trip("command/pty", result);
 }
 
-/// Commands a second of that many clients, which start together.
+/// What that many clients see that start together.
+struct crowd {
+    double rate;    ///< commands a second
+    double slowest; ///< 99th percentile of a command of any of them, microseconds
+};
+
 template <typename Client>
-double measure_clients(int clients, const place &where)
+crowd measure_clients(std::size_t clients, const place &where)
 {
     std::array<int, 2> gate{};
     check(pipe(gate.data()) == 0, "pipe");
     std::array<int, 2> arrivals{};
     check(pipe(arrivals.data()) == 0, "pipe");
+    const std::size_t commands = ALL_COMMANDS / clients;
+    const std::size_t size = sizeof(double) * commands * clients;
+    void *const shared = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    check(shared != MAP_FAILED, "mmap");
+    auto *const times = static_cast<double *>(shared);
     std::vector<child> all;
     char byte = 0;
-    for (int i = 0; i < clients; ++i) {
+    for (std::size_t i = 0; i < clients; ++i) {
         all.emplace_back([&] {
             close(gate[1]);
             Client client(where);
             client.exchange();
             check(write(arrivals[1], &byte, 1) == 1, "pipe");
             check(read(gate[0], &byte, 1) == 0, "pipe"); // until it opens
-            for (int k = 0; k < ALL_COMMANDS / clients; ++k)
+            for (std::size_t k = 0; k < commands; ++k) {
+                const auto start = clock_type::now();
                 client.exchange();
+                times[i * commands + k] = microseconds_since(start);
+            }
             _exit(EXIT_SUCCESS);
         });
     }
-    for (int i = 0; i < clients; ++i)
+    for (std::size_t i = 0; i < clients; ++i)
         check(read(arrivals[0], &byte, 1) == 1, "pipe");
     const auto start = clock_type::now();
     close(gate[1]); // opens it
@@ -380,30 +379,59 @@ double measure_clients(int clients, const place &where)
     const double seconds = microseconds_since(start) / 1e6;
     for (const int fd : {gate[0], arrivals[0], arrivals[1]})
         close(fd);
-    return ALL_COMMANDS / seconds;
+    const double slowest = quantile({times, times + commands * clients}, 0.99);
+    munmap(shared, size);
+    return {static_cast<double>(commands * clients) / seconds, slowest};
 }
 
+constexpr std::array<std::size_t, 4> CROWDS = {1, 4, 16, 64};
+
+struct crowd_figures {
+    std::array<std::vector<double>, CROWDS.size()> rates;
+    std::array<std::vector<double>, CROWDS.size()> slowest;
+};
+
 template <typename Client>
-void measure_throughput(const char *name, const char *program, const place &where)
+void measure_crowds(const place &where, crowd_figures &result)
 {
-    const child server = start_server(program, where);
-    constexpr std::array<int, 3> CLIENTS = {1, 4, 16};
-    std::array<std::vector<double>, CLIENTS.size()> rates;
-    measure_clients<Client>(1, where);
-    for (int round = 0; round < ROUNDS; ++round) {
-        for (std::size_t i = 0; i < CLIENTS.size(); ++i)
-            rates[i].push_back(measure_clients<Client>(CLIENTS[i], where));
+    for (std::size_t i = 0; i < CROWDS.size(); ++i) {
+        const crowd seen = measure_clients<Client>(CROWDS[i], where);
+        result.rates[i].push_back(seen.rate);
+        result.slowest[i].push_back(seen.slowest);
     }
-    for (std::size_t i = 0; i < CLIENTS.size(); ++i)
-        printf("%s/%d %.0f /s\n", name, CLIENTS[i], median(rates[i]));
-    printf("%s_ratio/16_to_4 %.2f x\n", name, ratio(rates[2], rates[1]));
+}
+
+void print_crowds(const char *name, const crowd_figures &result)
+{
+    for (std::size_t i = 0; i < CROWDS.size(); ++i) {
+        printf("%s/%zu %.0f /s\n", name, CROWDS[i], median(result.rates[i]));
+        printf("%s/%zu/99th %.2f us\n", name, CROWDS[i], median(result.slowest[i]));
+    }
+    printf("%s_ratio/16_to_4 %.2f x\n", name, ratio(result.rates[2], result.rates[1]));
+    printf("%s_ratio/64_to_4 %.2f x\n", name, ratio(result.rates[3], result.rates[1]));
 }
 
 void measure_throughputs(const place &where)
 {
+    const place relay_place{where.folder + "-relay", where.device};
     const child modem = start_modem_on_socket(where.device);
-    measure_throughput<daemon_client>("clients", VORLINK, where);
-    measure_throughput<relay_client>("clients_floor", RELAY, {where.folder, where.base + 16, where.device});
+    const child daemon = start_server(VORLINK, where);
+    const child relay = start_server(RELAY, relay_place);
+    crowd_figures warm_up, through_daemon, through_relay;
+    measure_crowds<daemon_client>(where, warm_up);
+    measure_crowds<relay_client>(relay_place, warm_up);
+    for (int round = 0; round < ROUNDS; ++round) {
+        measure_crowds<daemon_client>(where, through_daemon);
+        measure_crowds<relay_client>(relay_place, through_relay);
+    }
+    print_crowds("clients", through_daemon);
+    print_crowds("clients_floor", through_relay);
+    for (std::size_t i = 0; i < CROWDS.size(); ++i) {
+        printf("clients_ratio/%zu %.2f x\n", CROWDS[i],
+               ratio(through_daemon.rates[i], through_relay.rates[i]));
+        printf("clients_ratio/%zu/99th %.2f x\n", CROWDS[i],
+               ratio(through_daemon.slowest[i], through_relay.slowest[i]));
+    }
 }
 
 void print_memory(pid_t pid, const char *when)
@@ -448,14 +476,14 @@ void measure_start(const place &where)
 
 int main(int argc, char *argv[])
 {
-    if (argc != 4) {
+    if (argc != 3) {
         fputs(USAGE, stderr);
         return 2;
     }
     const std::string folder = argv[1];
-    const place where{folder, static_cast<uint32_t>(strtoul(argv[2], nullptr, 0)), folder + "/modem"};
-    const std::string part = argv[3];
-    if (part == "pinned")
+    const place where{folder + "/run", folder + "/modem"};
+    const std::string part = argv[2];
+    if (part == "pinned" || part == "clients")
         pin_to_last_cpu();
     if (part == "pinned" || part == "unpinned")
         measure_round_trips(part, where);
@@ -468,6 +496,6 @@ int main(int argc, char *argv[])
     else if (part == "start")
         measure_start(where);
     else
-        fail(argv[3], "no such part");
+        fail(argv[2], "no such part");
     return EXIT_SUCCESS;
 }

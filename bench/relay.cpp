@@ -1,31 +1,47 @@
-// The floor of a command's way: takes a record from the request queue, passes its text to the modem, sends the record
-// back. It knows no events, reports, time limits or errors; nothing that serves the queue can do less.
-// Reads VLK_IPC_BASE and VLK_AT_DEVICE, a Unix stream socket, as the daemon does.
+// The floor of a command's way: takes a record from a client's connection, passes its text to the modem, sends the
+// record back. It knows no events, reports, time limits or errors; nothing that serves clients can do less.
+// Reads VLK_RUNTIME_DIR, an empty folder, and VLK_AT_DEVICE, a Unix stream socket, as the daemon does.
 #include <array>
 #include <cstdlib>
 #include <cstring>
+#include <string>
 #include <string_view>
 
-#include <sys/ipc.h>
-#include <sys/msg.h>
+#include <sys/epoll.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include "host_wire.h"
-#include "vlk_queues.h"
 
 namespace
 {
 
-int connect_modem(const char *path)
+sockaddr_un address_of(const std::string &path)
 {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    strncpy(address.sun_path, path, sizeof address.sun_path - 1);
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+int connect_modem(const char *path)
+{
+    const sockaddr_un address = address_of(path);
     const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
     const bool connected = connect(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
     return connected ? fd : -1;
+}
+
+int listen_in(const std::string &folder)
+{
+    mkdir(folder.c_str(), 0700);
+    const sockaddr_un address = address_of(folder + "/" + HOST_COMMANDS_NAME);
+    unlink(address.sun_path);
+    const int fd = socket(AF_UNIX, SOCK_SEQPACKET, 0);
+    const bool listens = bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    return listens && listen(fd, 64) == 0 ? fd : -1;
 }
 
 /// False when the modem is gone.
@@ -48,25 +64,41 @@ bool exchange(int modem, at_cmd_msg &record)
     return true;
 }
 
+void wait_for(int set, int fd)
+{
+    epoll_event event{};
+    event.events = EPOLLIN;
+    event.data.fd = fd;
+    epoll_ctl(set, EPOLL_CTL_ADD, fd, &event);
+}
+
 } // namespace
 
 int main()
 {
-    const char *const base = getenv("VLK_IPC_BASE");
+    const char *const folder = getenv("VLK_RUNTIME_DIR");
     const char *const device = getenv("VLK_AT_DEVICE");
     const int modem = device == nullptr ? -1 : connect_modem(device);
-    if (base == nullptr || modem < 0)
+    const int listener = folder == nullptr ? -1 : listen_in(folder);
+    if (modem < 0 || listener < 0)
         return EXIT_FAILURE;
-    const auto first_key = static_cast<key_t>(strtoul(base, nullptr, 0));
-    const int requests = msgget(first_key + VLK_QUEUE_CLIENT_REQUEST, IPC_CREAT | 0600);
-    const int replies = msgget(first_key + VLK_QUEUE_CLIENT_REPLY, IPC_CREAT | 0600);
+    const int set = epoll_create1(0);
+    wait_for(set, listener);
 
-    host_queue_message message;
-    while (msgrcv(requests, &message, sizeof message.record, 0, 0) == sizeof message.record) {
-        if (!exchange(modem, message.record))
-            break;
-        message.type = message.record.Id;
-        msgsnd(replies, &message, sizeof message.record, 0);
+    std::array<epoll_event, 64> came;
+    for (;;) {
+        const int count = epoll_wait(set, came.data(), came.size(), -1);
+        for (int i = 0; i < count; ++i) {
+            const int fd = came[static_cast<std::size_t>(i)].data.fd;
+            at_cmd_msg record;
+            if (fd == listener)
+                wait_for(set, accept(listener, nullptr, nullptr));
+            else if (recv(fd, &record, sizeof record, 0) != sizeof record)
+                close(fd);
+            else if (!exchange(modem, record))
+                return EXIT_FAILURE;
+            else
+                send(fd, &record, sizeof record, MSG_NOSIGNAL);
+        }
     }
-    return EXIT_FAILURE;
 }

@@ -1,17 +1,19 @@
 // The hub's packets, both ends: what services send to the daemon's hub, and what the client library reads from one.
-// No threads: the hub's own loop body is called here. Input: which end; steps of a byte (whom, what), the number of
+// No threads: what the door calls is called here. Input: which end; steps of a byte (whom, what), the number of
 // bytes in two, and the bytes: a packet.
-#include "host/hub.cpp" // its accept and read paths, without its thread
+#include "host/hub.cpp" // what the door calls
 
 #include <filesystem>
 #include <set>
 #include <string>
 
+#include <sys/un.h>
+
 #include "fuzz.h"
 #include "vlk_client.h"
 
 /// Nothing is printed: in place of the host layer's.
-void QEP_TRACE_PrintInfo(const char *, int, int, const char *, int, const char *, ...) {}
+void host_log(int, const char *, ...) {}
 
 namespace
 {
@@ -43,10 +45,16 @@ public:
 
     vlk_hub *connect() const
     {
-        const vlk_place place = {folder.c_str(), 0};
+        const vlk_place place = {folder.c_str()};
         vlk_hub *hub = nullptr;
         require(vlk_hub_open(&hub, &place) == VLK_OK, "a service connects");
         return hub;
+    }
+    int accept() const
+    {
+        const int accepted = accept4(fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
+        require(accepted >= 0, "the hub accepts");
+        return accepted;
     }
 
     std::string folder;
@@ -80,6 +88,7 @@ struct step {
 /// What the hub should know about a service.
 struct service {
     vlk_hub *hub = nullptr;
+    int slot = -1;
     bool takes_all = false;
     std::set<int32_t> modules;
     std::set<std::string> names;
@@ -141,7 +150,8 @@ bool is_welcome(service &who, const step &now)
     if (!now.is_whole() || memchr(header.name, '\0', HOST_NAME_SIZE) == nullptr)
         return false;
     if (header.kind != HOST_SUBSCRIBE)
-        return header.kind == HOST_BUS_SEND || header.kind == HOST_SYNC_REQUEST;
+        return header.kind == HOST_BUS_SEND || header.kind == HOST_SYNC_REQUEST ||
+               header.kind == HOST_ASK_STATUS;
     return header.value1 >= HOST_TAKE_MODULE && header.value1 <= HOST_TAKE_ALL &&
            note_subscription(who, header);
 }
@@ -153,7 +163,7 @@ void send_to_hub(service &who, const step &now)
     const int before = listener_count;
     const int handled_before = handled;
     const bool welcome = is_welcome(who, now);
-    serve_once(true);
+    read_listener(who.slot);
     require(listener_count == (welcome ? before : before - 1),
             "who breaks the rules is disconnected, no one else");
     host_packet got{};
@@ -189,7 +199,6 @@ void post(std::array<service, SERVICES> &services, const step &now)
 
 void run_daemon_end(const meeting_place &place, fuzz_input &in)
 {
-    hub_fd = place.fd;
     hub_set_handler(HOST_BUS_SEND, answer);
     hub_set_handler(HOST_SYNC_REQUEST, answer);
     std::array<service, SERVICES> services;
@@ -198,7 +207,7 @@ void run_daemon_end(const meeting_place &place, fuzz_input &in)
         service &who = services[now.who];
         if (who.hub == nullptr) {
             who.hub = place.connect();
-            serve_once(true);
+            who.slot = open_listener(place.accept());
         }
         if (now.what % 2 == 0)
             send_to_hub(who, now);
@@ -209,7 +218,7 @@ void run_daemon_end(const meeting_place &place, fuzz_input &in)
         if (who.hub == nullptr)
             continue;
         vlk_hub_close(who.hub);
-        serve_once(true);
+        read_listener(who.slot);
     }
     require(listener_count == 0, "who leaves is forgotten");
 }
@@ -226,8 +235,7 @@ void check_packet(const vlk_packet &packet)
 void run_client_end(const meeting_place &place, fuzz_input &in)
 {
     vlk_hub *const hub = place.connect();
-    const int daemon = accept4(place.fd, nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK);
-    require(daemon >= 0, "the hub accepts");
+    const int daemon = place.accept();
     while (!in.empty()) {
         const step now(in);
         vlk_packet packet{};
