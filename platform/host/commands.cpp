@@ -105,6 +105,11 @@ void lane_event(uint32_t tag, uint32_t events)
     main_wait_raise(VLK_EVENT_CLIENT_REQUEST);
 }
 
+int lane_opened(int fd);
+void lane_happened(int lane);
+
+constexpr door_service door{HOST_COMMANDS_NAME, 0, lane_opened, lane_happened};
+
 /// The door's thread.
 int lane_opened(int fd)
 {
@@ -113,10 +118,10 @@ int lane_opened(int fd)
     if (lane < 0)
         return -1;
     order.open(lane, clients[lane].user);
-    if (main_wait_add(fd, LANE_EVENTS, static_cast<uint32_t>(lane)) == 0)
-        return lane;
+    if (door_watch(door, fd, lane) == 0 && main_wait_add(fd, LANE_EVENTS, static_cast<uint32_t>(lane)) == 0)
+        return 0;
     order.close(lane);
-    clients.remove(lane);
+    clients.release(lane);
     return -1;
 }
 
@@ -127,8 +132,6 @@ void lane_happened(int lane)
     if (clients[lane].fd >= 0 && is_hung_up(clients[lane].fd))
         close_lane(lane);
 }
-
-constexpr door_service door{HOST_COMMANDS_NAME, 0, lane_opened, lane_happened};
 
 /// Under the mutex: what is no record is nothing that can be answered.
 void receive(int lane)

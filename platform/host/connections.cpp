@@ -52,11 +52,16 @@ int connections::add(int fd)
 
 void connections::remove(int slot)
 {
-    connection &gone = all[static_cast<size_t>(slot)];
-    if (gone.fd < 0)
+    const int fd = all[static_cast<size_t>(slot)].fd;
+    if (fd < 0)
         return;
-    close(gone.fd);
-    gone = {};
+    close(fd);
+    release(slot);
+}
+
+void connections::release(int slot)
+{
+    all[static_cast<size_t>(slot)] = {};
     --used;
 }
 

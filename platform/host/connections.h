@@ -31,6 +31,9 @@ public:
     /// Closes it. A free slot is accepted.
     void remove(int slot);
 
+    /// Forgets it; the socket is the caller's again.
+    void release(int slot);
+
     const connection &operator[](int slot) const { return all[static_cast<size_t>(slot)]; }
     int count() const { return used; }
 

@@ -70,14 +70,11 @@ void accept_connection(size_t index)
                  service.name, strerror(errno));
         return rest(true);
     }
-    const int slot = service.opened(fd);
-    if (slot < 0) {
-        host_log(LOG_WARNING, "a connection to %s is refused: there are too many, or too many of its user",
-                 service.name);
-        close(fd);
+    if (service.opened(fd) == 0)
         return;
-    }
-    listen_to(fd, service.events | EPOLLRDHUP, tag_of(index, static_cast<uint32_t>(slot)));
+    host_log(LOG_WARNING, "a connection to %s is refused: there are too many, or too many of its user",
+             service.name);
+    close(fd);
 }
 
 /// A socket that was removed keeps its connections but gets no new ones: it is made anew, or the process ends, so
@@ -157,4 +154,10 @@ int door_open(const door_service &service)
         return -1;
     }
     return 0;
+}
+
+int door_watch(const door_service &service, int fd, int slot)
+{
+    const auto index = services[0].service.load() == &service ? size_t{0} : size_t{1};
+    return listen_to(fd, service.events | EPOLLRDHUP, tag_of(index, static_cast<uint32_t>(slot)));
 }

@@ -197,16 +197,24 @@ void read_listener(int slot)
     }
 }
 
+int open_listener(int fd);
+
+constexpr door_service door{HOST_HUB_NAME, EPOLLIN, open_listener, read_listener};
+
 int open_listener(int fd)
 {
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &SEND_BUFFER, sizeof SEND_BUFFER);
     const std::scoped_lock lock(listeners_mutex);
     const int slot = peers.add(fd);
+    if (slot < 0)
+        return -1;
+    if (door_watch(door, fd, slot) != 0) {
+        peers.release(slot);
+        return -1;
+    }
     listener_count = peers.count();
-    return slot;
+    return 0;
 }
-
-constexpr door_service door{HOST_HUB_NAME, EPOLLIN, open_listener, read_listener};
 } // namespace
 
 int hub_open()
