@@ -1,5 +1,7 @@
 #include "dialogue.h"
 
+#include "message_service.h"
+#include "pdu.h"
 #include "text.h"
 
 #include <algorithm>
@@ -31,10 +33,24 @@ constexpr step_word step_words[] = {
     {"line", step_kind::line, true, false},    {"final", step_kind::final_result, true, false},
     {"report", step_kind::report, true, true}, {"raw", step_kind::raw, true, true},
     {"delay", step_kind::delay, true, false},  {"set", step_kind::set, false, true},
-    {"count", step_kind::count, false, true},
+    {"count", step_kind::count, false, true},  {"messages", step_kind::messages, true, false},
+    {"data", step_kind::data, true, false},    {"hang-up", step_kind::hang_up, false, false},
 };
 constexpr std::string_view all_steps =
-    "line, final, report, raw, delay, prompt, set, count, repeat ... end, stop-by";
+    "line, final, report, raw, delay, later, prompt, set, count, messages, data, "
+    "hang-up, if ... else ... end, repeat ... end, stop-by, abortable";
+constexpr std::string_view scheduled_steps = "report, raw, set, count, if and repeat";
+
+struct operator_word {
+    std::string_view word;
+    comparison meaning;
+};
+constexpr operator_word operator_words[] = {
+    {"=", comparison::equal},   {"!=", comparison::unequal}, {"<", comparison::less},
+    {">", comparison::greater}, {"<=", comparison::at_most}, {">=", comparison::at_least},
+};
+
+constexpr std::string_view state_words[] = {"unread", "read", "unsent", "sent"}; // as message_state counts
 
 /// Reads one dialogue file into a dialogue; one more parser for every included file.
 class parser
@@ -94,7 +110,7 @@ private:
         constexpr row rows[] = {
             {"include", &parser::include}, {"set", &parser::start_value}, {"command", &parser::begin_command},
             {"at", &parser::at_start},     {"after", &parser::once},      {"every", &parser::periodic},
-            {"forget", &parser::forget},
+            {"forget", &parser::forget},   {"message", &parser::message},
         };
         end_block();
         std::string_view rest = content;
@@ -103,8 +119,8 @@ private:
             if (candidate.word == word)
                 return (this->*candidate.serve)(rest);
         fail("unknown word '" + std::string(word) +
-             "' at the start of a line; known are include, set, command, at start, after, every, "
-             "forget reports (steps of a block are indented)");
+             "' at the start of a line; known are include, set, message, command, at start, after, every, "
+             "forget reports, forget messages (steps of a block are indented)");
     }
 
     void include(std::string_view what)
@@ -135,7 +151,7 @@ private:
         if (pattern.empty())
             fail("command wants a pattern; write for example 'command AT+CSQ'");
         command_pattern parsed(pattern);
-        out_.commands.push_back({std::move(parsed), {}, {}});
+        out_.commands.push_back({std::move(parsed), {}, false, {}});
         begin_block(out_.commands.back().steps);
         in_command_ = true;
     }
@@ -165,9 +181,21 @@ private:
 
     void forget(std::string_view rest)
     {
+        if (rest == "messages")
+            return out_.messages.clear();
         if (rest != "reports")
-            fail("only 'forget reports' is known: it drops the reports scheduled above");
+            fail("only 'forget reports' and 'forget messages' are known: they drop what is written above");
         out_.schedules.clear();
+    }
+
+    void message(std::string_view rest)
+    {
+        const std::string_view state = take_word(rest);
+        const auto *const found = std::ranges::find(state_words, state);
+        if (found == std::end(state_words) || !pdu_length(rest))
+            fail(
+                "message wants unread, read, unsent or sent, and a PDU in hexadecimal form, service centre first");
+        out_.messages.push_back({static_cast<message_state>(found - state_words), std::string(rest)});
     }
 
     void begin_schedule(milliseconds first, milliseconds period)
@@ -180,6 +208,7 @@ private:
     void begin_block(std::vector<step> &steps)
     {
         steps_ = &steps;
+        open_ifs_.clear();
         block_line_ = line_number_;
         has_final_ = false;
         has_prompt_ = false;
@@ -191,6 +220,8 @@ private:
             fail_at(repeat_line_, "repeat without end; write an indented 'end' behind the repeated steps");
         if (steps_ == nullptr)
             return;
+        if (!open_ifs_.empty())
+            fail_at(open_ifs_.back().line, "if without end; write an indented 'end' behind its steps");
         if (in_command_ && !has_final_)
             fail_at(block_line_,
                     "the command has no final result; add 'final OK', or 'final none' for a modem "
@@ -208,30 +239,97 @@ private:
             fail("more than " + std::to_string(max_steps) + " steps in one block; repeat fewer times");
         std::string_view rest = content;
         const std::string_view word = take_word(rest);
-        if (word == "repeat")
-            return begin_repeat(rest);
-        if (word == "stop-by")
-            return add_stop(rest);
-        if (word == "prompt")
-            return add_prompt(rest);
+        struct special {
+            std::string_view word;
+            directive serve;
+        };
+        constexpr special specials[] = {
+            {"repeat", &parser::begin_repeat}, {"stop-by", &parser::add_stop},
+            {"prompt", &parser::add_prompt},   {"if", &parser::begin_if},
+            {"else", &parser::begin_else},     {"end", &parser::end_if},
+            {"later", &parser::add_later},     {"abortable", &parser::add_abort},
+        };
+        for (const special &candidate : specials)
+            if (candidate.word == word)
+                return (this->*candidate.serve)(rest);
         const auto *const row = std::ranges::find(step_words, word, &step_word::word);
         if (row == std::end(step_words))
             fail("unknown step '" + std::string(word) + "'; a step is one of: " + std::string(all_steps));
         if (!in_command_ && !row->in_schedule)
-            fail("'" + std::string(word) +
-                 "' belongs to a command; scheduled are report, raw, set and count");
+            fail("'" + std::string(word) + "' belongs to a command; scheduled are " +
+                 std::string(scheduled_steps));
         add_step(*row, rest);
+    }
+
+    void begin_if(std::string_view rest)
+    {
+        step added{step_kind::condition, checked_name(take_word(rest)), {}, {}};
+        const std::string_view word = take_word(rest);
+        const auto *const row = std::ranges::find(operator_words, word, &operator_word::word);
+        if (row == std::end(operator_words))
+            fail("write 'if NAME = TEXT', or != < > <= >= in place of the = sign");
+        use(added.name);
+        added.compare = row->meaning;
+        added.text = parse_template(rest, repetition_);
+        use_all(added.text);
+        open_ifs_.push_back({steps_->size(), line_number_, false});
+        steps_->push_back(std::move(added));
+    }
+
+    void begin_else(std::string_view)
+    {
+        if (open_ifs_.empty() || open_ifs_.back().in_else)
+            fail("'else' without 'if'");
+        steps_->push_back({step_kind::skip, {}, {}, {}});
+        skip_to_here(open_ifs_.back().step);
+        open_ifs_.back() = {steps_->size() - 1, open_ifs_.back().line, true};
+    }
+
+    void end_if(std::string_view)
+    {
+        if (open_ifs_.empty())
+            fail("'end' without 'if' or 'repeat'");
+        skip_to_here(open_ifs_.back().step);
+        open_ifs_.pop_back();
+    }
+
+    void skip_to_here(std::size_t index) { (*steps_)[index].skipped = steps_->size() - index - 1; }
+
+    void add_later(std::string_view rest)
+    {
+        const std::string_view time = take_word(rest);
+        const std::size_t before = steps_->size();
+        if (time.find('{') == std::string_view::npos)
+            duration(time);
+        text_template later = parse_template(time, repetition_);
+        use_all(later);
+        const std::string_view word = rest.substr(0, rest.find(' '));
+        const bool simple =
+            word == "report" || word == "raw" || word == "set" || word == "count" || word == "messages";
+        if (!in_command_ || !simple)
+            fail("later wants a time and one step of a command: report, raw, set, count or messages");
+        read_step(rest);
+        (*steps_)[before].later = std::move(later);
+    }
+
+    void add_abort(std::string_view)
+    {
+        if (!in_command_)
+            fail("'abortable' belongs to a command");
+        out_.commands.back().abortable = true;
     }
 
     void add_step(const step_word &row, std::string_view rest)
     {
-        step added{row.kind, {}, {}};
+        step added{row.kind, {}, {}, {}};
+        if (row.needs_text && rest.empty())
+            fail("'" + std::string(row.word) + "' wants a text behind it");
         if (row.kind == step_kind::set || row.kind == step_kind::count)
             added.name = checked_name(take_word(rest));
         if (row.kind == step_kind::count)
             use(added.name);
-        if (row.needs_text && rest.empty())
-            fail("'" + std::string(row.word) + "' wants a text behind it");
+        if (row.kind == step_kind::messages || row.kind == step_kind::data)
+            added.name = known_word(row, take_word(rest));
         if (row.kind == step_kind::delay && rest.find('{') == std::string_view::npos)
             duration(rest);
         if (row.kind == step_kind::final_result) {
@@ -251,15 +349,26 @@ private:
         out_.commands.back().stop_by = command_pattern(rest);
     }
 
+    std::string known_word(const step_word &row, std::string_view word) const
+    {
+        if (row.kind == step_kind::messages && !message_service::knows(word))
+            fail(
+                "unknown action '" + std::string(word) +
+                "' of messages; known are list, read, delete, write, compose, load, sent, select, loop, report");
+        if (row.kind == step_kind::data && word != "echo" && word != "drop")
+            fail("write 'data echo' for a far end that sends everything back, or 'data drop'");
+        return std::string(word);
+    }
+
     void add_prompt(std::string_view rest)
     {
         if (!in_command_)
-            fail("'prompt' belongs to a command; scheduled are report, raw, set and count");
+            fail("'prompt' belongs to a command; scheduled are " + std::string(scheduled_steps));
         const std::string_view form = take_word(rest);
         if (form == "text" && rest.empty())
-            steps_->push_back({step_kind::prompt_text, {}, {}});
+            steps_->push_back({step_kind::prompt_text, {}, {}, {}});
         else if (form == "pdu" && !rest.empty())
-            steps_->push_back({step_kind::prompt_pdu, {}, parse_template(rest, repetition_)});
+            steps_->push_back({step_kind::prompt_pdu, {}, parse_template(rest, repetition_), {}});
         else
             fail(
                 "write 'prompt text', or 'prompt pdu {length}' with the number of octets that the command gave");
@@ -277,11 +386,13 @@ private:
         repeat_left_ = *times;
         repeat_line_ = line_number_;
         repeated_.clear();
+        ifs_in_repeat_ = 0;
     }
 
     void collect_repeat(std::string_view content)
     {
-        if (content != "end") {
+        ifs_in_repeat_ += content.starts_with("if ") ? 1 : 0;
+        if (content != "end" || ifs_in_repeat_-- > 0) {
             repeated_.push_back({std::string(content), line_number_});
             return;
         }
@@ -339,19 +450,50 @@ private:
     std::string name_;
     int depth_;
     int line_number_ = 0;
+    struct open_if {
+        std::size_t step; // the condition, or the skip of its else
+        int line;
+        bool in_else;
+    };
+
     std::vector<step> *steps_ = nullptr; // of the block being read
+    std::vector<open_if> open_ifs_;
     int block_line_ = 0;
     bool in_command_ = false;
     bool has_final_ = false;
     bool has_prompt_ = false;
     unsigned repeat_left_ = 0; // nonzero while the lines of a repeat are collected
     int repeat_line_ = 0;
+    int ifs_in_repeat_ = 0;
     std::string repetition_; // {i} while they are written out
     std::vector<source_line> repeated_;
     std::vector<source_line> used_;
 };
 
 } // namespace
+
+bool holds(std::string_view value, comparison compare, std::string_view text)
+{
+    constexpr unsigned highest = 1'000'000'000;
+    const auto left = parse_number(value, highest);
+    const auto right = parse_number(text, highest);
+    const bool numbers = left && right;
+    switch (compare) {
+    case comparison::equal:
+        return numbers ? *left == *right : value == text;
+    case comparison::unequal:
+        return numbers ? *left != *right : value != text;
+    case comparison::less:
+        return numbers && *left < *right;
+    case comparison::greater:
+        return numbers && *left > *right;
+    case comparison::at_most:
+        return numbers && *left <= *right;
+    case comparison::at_least:
+        return numbers && *left >= *right;
+    }
+    return false;
+}
 
 dialogue parse_dialogue(std::string_view text, const std::string &name)
 {

@@ -1,6 +1,7 @@
 // A dialogue: what the simulated modem answers and reports, read from a text file (format: sim/README.md).
 #pragma once
 
+#include "message_store.h"
 #include "pattern.h"
 
 #include <chrono>
@@ -23,20 +24,44 @@ enum class step_kind {
     prompt_pdu,
     prompt_text,
     set,
-    count
+    count,
+    condition,
+    skip,
+    messages,
+    data,
+    hang_up
+};
+
+enum class comparison {
+    equal,
+    unequal,
+    less,
+    greater,
+    at_most,
+    at_least
 };
 
 /// One thing that the modem does while it answers a command or sends scheduled reports.
 struct step {
     step_kind kind;
-    std::string name; ///< set, count: the variable
+    std::string
+        name; ///< set, count, condition: the variable; messages: the action; data: what the far end does
     text_template
-        text; ///< line, final, report, raw, set: text; delay: duration; prompt_pdu: length in octets
+        text; ///< line, final, report, raw, set: text; delay: duration; prompt_pdu: length in octets;
+              ///< count: what is added; condition: what is compared with; messages: arguments
+    text_template later;                    ///< how long after its turn the step is taken; empty: at once
+    comparison compare = comparison::equal; ///< condition
+    std::size_t skipped =
+        0; ///< skip, and a condition that does not hold: how many of the next steps are left out
 };
+
+/// True when the variable's value compares so with the text: as numbers, unless one of them is none.
+bool holds(std::string_view value, comparison compare, std::string_view text);
 
 struct command {
     command_pattern pattern;
     command_pattern stop_by; ///< a line that ends the answer early; empty: none
+    bool abortable = false;  ///< any byte of the client ends the answer early
     std::vector<step> steps;
 };
 
@@ -50,6 +75,7 @@ struct schedule {
 struct dialogue {
     std::vector<command> commands;
     std::vector<schedule> schedules;
+    std::vector<stored_message> messages; ///< in the first memory at the start
     variables start_values;
 };
 

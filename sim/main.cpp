@@ -59,6 +59,8 @@ struct arguments {
     std::string socket;
     std::string split = "none";
     std::string echo;
+    std::string latency;
+    unsigned pace = 0;
     std::string log;
     bool no_reports = false;
     bool print_default = false;
@@ -71,6 +73,11 @@ std::string check_split(const std::string &text)
     if (text == "none" || text == "random" || modemsim::parse_number(text, longest).value_or(0) > 0)
         return {};
     return "split must be a number from 1 to 65536, 'random' or 'none'";
+}
+
+std::string check_duration(const std::string &text)
+{
+    return modemsim::parse_duration(text) ? "" : "latency must be a time such as 20ms or 1s, up to a day";
 }
 
 modemsim::split_mode split_of(const std::string &text)
@@ -100,6 +107,12 @@ void declare(CLI::App &app, arguments &given)
     app.add_option("--echo", given.echo, "Echo at the start (default: as the dialogue says)")
         ->type_name("on|off")
         ->check(CLI::IsMember({"on", "off"}));
+    app.add_option("--pace", given.pace, "Bytes a second that the line carries each way (default: no limit)")
+        ->type_name("N")
+        ->check(CLI::Range(1U, 100'000'000U));
+    app.add_option("--latency", given.latency, "Time from the end of a command to its answer (default: 0)")
+        ->type_name("TIME")
+        ->check(check_duration);
     app.add_flag("--no-reports", given.no_reports, "Send no scheduled reports");
     app.add_option("--log", given.log,
                    "Write every byte in (<) and out (>) to a file, or to standard error (-)")
@@ -118,6 +131,10 @@ modemsim::dialogue read_dialogue(const arguments &given)
         script.schedules.clear();
     if (!given.echo.empty())
         script.start_values["echo"] = given.echo == "on" ? "1" : "0";
+    if (given.pace > 0)
+        script.start_values["pace"] = std::to_string(given.pace);
+    if (!given.latency.empty())
+        script.start_values["latency"] = given.latency;
     return script;
 }
 

@@ -1,9 +1,11 @@
 #include "modem.h"
 
+#include "command_line.h"
 #include "text.h"
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
 #include <utility>
 
 namespace modemsim
@@ -43,6 +45,8 @@ void modem::power_up()
 {
     client_closed();
     values_ = script_.start_values;
+    messages_.reset(script_.messages, values_);
+    later_.clear();
     due_.assign(script_.schedules.size(), std::nullopt);
     started_ = false;
     silent_ = false;
@@ -66,7 +70,14 @@ void modem::client_closed()
     garbage_left_ = 0;
     flood_left_ = 0;
     output_.clear();
+    leave_data();
     drop_work();
+}
+
+void modem::leave_data()
+{
+    data_ = false;
+    values_["online"] = "0";
 }
 
 void modem::drop_work()
@@ -75,6 +86,8 @@ void modem::drop_work()
     line_.clear();
     running_ = nullptr;
     prompt_ = nullptr;
+    chained_.clear();
+    entries_.clear();
 }
 
 void modem::receive(std::string_view bytes)
@@ -96,6 +109,8 @@ void modem::advance(milliseconds now)
     bool busy = true;
     while (busy) {
         busy = run_schedules();
+        busy |= run_later();
+        busy |= run_escape();
         busy |= run_steps();
         busy |= take_input();
         busy |= run_streams();
@@ -112,9 +127,16 @@ std::optional<milliseconds> modem::next_due() const
         earliest = now_; // advance() stopped for want of room, and the client has read since
     else if (has_room() && answering)
         earliest = resume_at_;
-    for (const auto &due : due_)
+    const auto consider = [&](std::optional<milliseconds> due) {
         if (due && (!earliest || *due < *earliest))
             earliest = due;
+    };
+    for (const auto &due : due_)
+        consider(due);
+    for (const later_step &waiting : later_)
+        consider(waiting.due);
+    if (data_ && has_room())
+        consider(escape_.due(guard_time()));
     return earliest;
 }
 
@@ -130,12 +152,42 @@ bool modem::run_schedules()
             due_[i].reset();
         else
             *due_[i] += what.period * ((now_ - *due_[i]) / what.period + 1);
-        for (const step &one : what.steps)
-            if (!silent_ && has_room())
-                execute(one);
+        run_block(what.steps);
         ran = true;
     }
     return ran;
+}
+
+void modem::run_block(const std::vector<step> &steps)
+{
+    for (std::size_t next = 0; next < steps.size() && !silent_ && has_room();)
+        next += 1 + execute(steps[next]);
+}
+
+/// Steps whose time has come, in the order of their times.
+bool modem::run_later()
+{
+    bool ran = false;
+    while (true) {
+        const auto first = std::ranges::min_element(later_, {}, &later_step::due);
+        if (first == later_.end() || first->due > now_)
+            return ran;
+        const later_step taken = *first;
+        later_.erase(first);
+        if (!silent_)
+            perform(*taken.what, taken.text);
+        ran = true;
+    }
+}
+
+bool modem::run_escape()
+{
+    const auto due = escape_.due(guard_time());
+    if (!data_ || !input_.empty() || !due || *due > now_ || !has_room())
+        return false;
+    data_ = false;
+    send_result("OK");
+    return true;
 }
 
 bool modem::run_steps()
@@ -143,10 +195,20 @@ bool modem::run_steps()
     bool ran = false;
     while (running_ != nullptr && prompt_ == nullptr && now_ >= resume_at_ && has_room()) {
         ran = true;
-        if (next_step_ == running_->steps.size())
+        if (!entries_.empty()) {
+            send_line(entries_.front());
+            entries_.pop_front();
+        } else if (next_step_ < running_->steps.size()) {
+            const step &next = running_->steps[next_step_++];
+            next_step_ += execute(next);
+        } else {
             running_ = nullptr;
-        else
-            execute(running_->steps[next_step_++]);
+            if (chained_.empty())
+                break;
+            const std::string next = chained_.front();
+            chained_.pop_front();
+            begin_command(next);
+        }
     }
     return ran;
 }
@@ -156,10 +218,15 @@ bool modem::take_input()
     std::size_t taken = 0;
     while (taken < input_.size() && has_room() && (running_ == nullptr || prompt_ != nullptr)) {
         const char c = input_[taken++];
-        prompt_ != nullptr ? take_prompt_byte(c) : take_line_byte(c);
+        if (data_)
+            take_data_byte(c);
+        else if (prompt_ != nullptr)
+            take_prompt_byte(c);
+        else
+            take_line_byte(c);
     }
     input_.erase(0, taken);
-    return taken > 0 || stop_running();
+    return taken > 0 || abort_running() || stop_running();
 }
 
 bool modem::run_streams()
@@ -170,7 +237,7 @@ bool modem::run_streams()
     for (; client_ && flood_left_ > 0 && has_room(); --flood_left_) {
         std::string text = flood_text_;
         replace_all(text, "{i}", std::to_string(++flood_sent_));
-        frame(text);
+        send_report(text);
     }
     return ran;
 }
@@ -184,7 +251,38 @@ void modem::flood(unsigned count, std::string_view text)
 
 bool modem::report(std::string_view text)
 {
-    return raw("\r\n" + std::string(text) + "\r\n");
+    return raw(settings().report(text));
+}
+
+std::string modem::receive_text(std::string_view number, std::string_view text)
+{
+    return announce(messages_.arrive_text(number, text, values_, listens(), settings().line_end()));
+}
+
+std::string modem::receive_pdu(std::string_view pdu)
+{
+    return announce(messages_.arrive(pdu, values_, listens(), settings().line_end()));
+}
+
+std::string modem::receive_report(std::string_view reference, unsigned outcome)
+{
+    return announce(messages_.arrive_report(reference, outcome, values_, listens(), settings().line_end()));
+}
+
+std::string modem::announce(const message_service::arrival &what)
+{
+    if (!what.report.empty())
+        send_report(what.report);
+    return what.refusal;
+}
+
+bool modem::hang_up()
+{
+    if (values_["online"] != "1")
+        return false;
+    leave_data();
+    send_result("NO CARRIER");
+    return true;
 }
 
 bool modem::raw(std::string_view bytes)
@@ -202,40 +300,96 @@ void modem::send(std::string_view bytes)
         output_ += bytes;
 }
 
-void modem::frame(std::string_view text)
+unsigned modem::number(std::string_view name, unsigned highest, unsigned otherwise) const
+{
+    const auto found = values_.find(name);
+    return found == values_.end() ? otherwise : parse_number(found->second, highest).value_or(otherwise);
+}
+
+milliseconds modem::duration(std::string_view name) const
+{
+    const auto found = values_.find(name);
+    return found == values_.end() ? milliseconds(0) : parse_duration(found->second).value_or(milliseconds(0));
+}
+
+void modem::send_line(std::string_view text)
+{
+    send(settings().line(text, !in_lines_));
+    in_lines_ = true;
+}
+
+void modem::send_result(std::string_view text)
 {
     in_lines_ = false;
-    send("\r\n");
-    send(text);
-    send("\r\n");
+    send(settings().result(text));
+}
+
+void modem::send_report(std::string_view text)
+{
+    in_lines_ = false;
+    send(settings().report(text));
 }
 
 void modem::echo(std::string_view bytes)
 {
-    const auto found = values_.find("echo");
-    if (found != values_.end() && found->second == "1")
+    if (settings().echo())
         send(bytes);
 }
 
-void modem::execute(const step &what)
+/// Takes the step, now or later. Returns how many of the next ones are to be left out.
+std::size_t modem::execute(const step &what)
 {
     const std::string text = what.text.expand(values_);
+    if (what.kind == step_kind::skip)
+        return what.skipped;
+    if (what.kind == step_kind::condition)
+        return holds(values_[what.name], what.compare, text) ? 0 : what.skipped;
+    if (what.later.parts.empty()) {
+        perform(what, text);
+        return 0;
+    }
+    const auto wait = parse_duration(what.later.expand(values_));
+    if (wait && later_.size() < max_later)
+        later_.push_back({now_ + *wait, &what, text});
+    return 0;
+}
+
+void modem::perform(const step &what, const std::string &text)
+{
     switch (what.kind) {
     case step_kind::line:
-        send(in_lines_ ? text + "\r\n" : "\r\n" + text + "\r\n");
-        in_lines_ = true;
+        send_line(text);
         break;
     case step_kind::final_result:
-        if (!text.empty())
-            frame(text);
+        if (text != "OK" && !text.empty())
+            chained_.clear();
+        if (chained_.empty())
+            send_result(text);
         break;
     case step_kind::report:
-        frame(text);
+        if (!data_)
+            send_report(text);
         break;
     case step_kind::raw:
         in_lines_ = false;
-        send(text);
+        if (!data_)
+            send(text);
         break;
+    case step_kind::messages:
+        run_messages(what, text);
+        break;
+    case step_kind::data:
+        data_ = true;
+        data_echo_ = what.name == "echo";
+        values_["online"] = "1";
+        escape_.start(now_);
+        break;
+    case step_kind::hang_up:
+        leave_data();
+        break;
+    case step_kind::condition:
+    case step_kind::skip:
+        break; // execute() went along them
     case step_kind::delay:
         resume_at_ = now_ + parse_duration(text).value_or(milliseconds(0));
         break;
@@ -249,11 +403,34 @@ void modem::execute(const step &what)
     case step_kind::set:
         values_[what.name] = text;
         break;
-    case step_kind::count:
-        values_[what.name] = std::to_string(
-            (parse_number(values_[what.name], max_reference).value_or(0) + 1) % (max_reference + 1));
+    case step_kind::count: {
+        const bool down = text.starts_with('-');
+        const unsigned by = parse_number(text.substr(down ? 1 : 0), max_reference).value_or(1);
+        const unsigned value = number(what.name, max_reference, 0);
+        values_[what.name] = std::to_string((down ? value - by : value + by) & max_reference);
         break;
     }
+    }
+}
+
+void modem::run_messages(const step &what, const std::string &text)
+{
+    if (message_service::arrives(what.name)) {
+        announce(messages_.serve_arrival(what.name, text, values_, listens(), settings().line_end()));
+        return;
+    }
+    message_service::answer answer = messages_.serve(what.name, text, values_, settings().line_end());
+    if (answer.error != 0 && running_ != nullptr)
+        return end_command("+CMS ERROR: " + std::to_string(answer.error));
+    entries_.assign(std::make_move_iterator(answer.lines.begin()),
+                    std::make_move_iterator(answer.lines.end()));
+}
+
+void modem::end_command(std::string_view result)
+{
+    running_ = nullptr;
+    chained_.clear();
+    send_result(result);
 }
 
 /// While a command is answered that can be stopped: looks for the stop line among the queued ones, which it
@@ -262,55 +439,98 @@ bool modem::stop_running()
 {
     if (running_ == nullptr || prompt_ != nullptr || running_->stop_by.empty() || !has_room())
         return false;
-    const auto &steps = running_->steps;
-    const auto final_step = std::find_if(steps.begin() + static_cast<std::ptrdiff_t>(next_step_), steps.end(),
-                                         [](const step &s) { return s.kind == step_kind::final_result; });
-    if (final_step == steps.end())
-        return false;
-    for (std::size_t start = 0, end = 0; (end = input_.find('\r', start)) != std::string::npos;
+    const char line_end = settings().carriage_return();
+    for (std::size_t start = 0, end = 0; (end = input_.find(line_end, start)) != std::string::npos;
          start = end + 1) {
         const std::string line = input_.substr(start, end - start);
         variables ignored;
         const std::size_t text = std::min(line.find_first_not_of('\n'), line.size());
         if (!running_->stop_by.match(trim(std::string_view(line).substr(text)), ignored))
             continue;
+        if (!leap_to_final())
+            return false;
         input_.erase(start, end + 1 - start);
-        echo(line + "\r");
-        in_lines_ = false;
-        next_step_ = static_cast<std::size_t>(final_step - steps.begin());
-        resume_at_ = now_;
+        echo(line + line_end);
         return true;
     }
     return false;
+}
+
+/// Leaves out the steps before the running command's next final result. False when there is none.
+bool modem::leap_to_final()
+{
+    const auto &steps = running_->steps;
+    const auto final_step = std::find_if(steps.begin() + static_cast<std::ptrdiff_t>(next_step_), steps.end(),
+                                         [](const step &s) { return s.kind == step_kind::final_result; });
+    if (final_step == steps.end())
+        return false;
+    in_lines_ = false;
+    entries_.clear();
+    next_step_ = static_cast<std::size_t>(final_step - steps.begin());
+    resume_at_ = now_;
+    return true;
+}
+
+/// A command that any byte ends: the byte and all that wait with it are dropped. The line feed of a client that ends
+/// lines with CR LF does not count.
+bool modem::abort_running()
+{
+    if (running_ == nullptr || prompt_ != nullptr || !running_->abortable || !has_room())
+        return false;
+    if (input_.find_first_not_of(settings().line_feed()) == std::string::npos || !leap_to_final())
+        return false;
+    input_.clear();
+    return true;
 }
 
 void modem::take_line_byte(char c)
 {
     constexpr char backspace = '\b';
     constexpr char rubout = '\x7f';
-    if (c == '\n' && line_.empty())
+    const line_settings current = settings();
+    if (c == current.line_feed() && line_.empty())
         return; // of a client that ends lines with CR LF
-    echo({&c, 1});
-    if (c == '\r')
-        begin_command(std::exchange(line_, {}));
+    if (current.echo())
+        send({&c, 1});
+    if (c == current.carriage_return())
+        begin_line(std::exchange(line_, {}));
     else if (c != backspace && c != rubout)
         line_.append(line_.size() <= max_line ? 1 : 0, c);
     else if (!line_.empty())
         line_.pop_back();
 }
 
-void modem::begin_command(std::string_view line)
+void modem::take_data_byte(char c)
+{
+    escape_.take(c, now_, guard_time());
+    if (data_echo_)
+        send({&c, 1});
+}
+
+void modem::begin_line(std::string_view line)
 {
     in_lines_ = false;
     if (line.size() > max_line)
-        return frame("ERROR");
+        return send_result("ERROR");
     line = trim(line);
     if (line.empty())
         return;
+    resume_at_ = now_ + duration("latency");
+    variables captured;
+    const command *const whole = find_command(script_, line, captured);
+    if (whole != nullptr && (!holds_separator(line) || whole->pattern.spells(';')))
+        return begin_command(line);
+    const std::vector<std::string> commands = split_command_line(line);
+    chained_.assign(std::next(commands.begin()), commands.end());
+    begin_command(commands.front());
+}
+
+void modem::begin_command(std::string_view line)
+{
     ++commands_;
-    running_ = find_command(script_, line, values_);
+    in_lines_ = false;
     next_step_ = 0;
-    resume_at_ = now_;
+    running_ = find_command(script_, line, values_);
     if (running_ == nullptr)
         refuse_unknown(line);
 }
@@ -319,13 +539,10 @@ void modem::refuse_unknown(std::string_view line)
 {
     if (!equal_ignoring_case(line.substr(0, 2), "AT"))
         return; // noise, for example a PDU that nobody asked for
-    const std::string mode = values_.contains("cmee") ? values_["cmee"] : "0";
-    if (mode == "1")
-        frame("+CME ERROR: 100");
-    else if (mode == "2")
-        frame("+CME ERROR: unknown");
-    else
-        frame("ERROR");
+    const unsigned mode = number("cmee", 2, 0);
+    const char *const results[] = {"ERROR", "+CME ERROR: 100", "+CME ERROR: unknown"};
+    refusal_.steps = {{step_kind::final_result, {}, parse_template(results[mode], {}), {}}};
+    running_ = &refusal_;
 }
 
 void modem::take_prompt_byte(char c)
@@ -335,8 +552,7 @@ void modem::take_prompt_byte(char c)
         return end_prompt();
     if (c == escape_key) {
         prompt_ = nullptr;
-        running_ = nullptr;
-        return frame("OK");
+        return end_command("OK");
     }
     prompt_text_.append(prompt_text_.size() <= max_prompt ? 1 : 0, c);
 }
@@ -350,17 +566,15 @@ void modem::end_prompt()
     const auto length = parse_number(asked.text.expand(values_), max_prompt);
     const bool wrong_pdu =
         asked.kind == step_kind::prompt_pdu && !(length && is_pdu_of_length(text, *length));
-    if (wrong_pdu || prompt_text_.size() > max_prompt) {
-        running_ = nullptr;
-        return frame("+CMS ERROR: 304");
-    }
+    if (wrong_pdu || prompt_text_.size() > max_prompt)
+        return end_command("+CMS ERROR: 304");
     values_["text"] = std::move(text);
-    resume_at_ = now_;
+    resume_at_ = now_ + duration("latency");
 }
 
 modem::status modem::state() const
 {
-    return {client_,       silent_,        running_ != nullptr, prompt_ != nullptr, commands_,
+    return {client_,       silent_,        running_ != nullptr, prompt_ != nullptr, data_,  commands_,
             input_.size(), output_.size(), flood_left_,         garbage_left_,      values_};
 }
 

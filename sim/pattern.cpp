@@ -178,6 +178,13 @@ bool command_pattern::match(std::string_view line, variables &captured) const
     return true;
 }
 
+bool command_pattern::spells(char c) const
+{
+    return std::ranges::any_of(parts_, [&](const part &piece) {
+        return piece.kind == part::literal && piece.text.find(c) != std::string::npos;
+    });
+}
+
 bool command_pattern::captures(std::string_view name) const
 {
     return std::ranges::any_of(parts_, [&](const part &piece) { return piece.name == name; });

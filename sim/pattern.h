@@ -41,6 +41,9 @@ public:
     bool match(std::string_view line, variables &captured) const;
 
     bool captures(std::string_view name) const;
+
+    /// True when its literal text holds this character.
+    bool spells(char c) const;
     bool empty() const { return parts_.empty(); }
 
     struct part {

@@ -24,12 +24,28 @@ constexpr std::size_t random_piece = 24;   // longest piece of a random split
 constexpr std::size_t max_control_line = 65536;
 constexpr unsigned max_stream = 100'000'000; // reports of a flood, bytes of garbage
 
+constexpr unsigned pieces_a_second = 100; // of a paced line
+constexpr milliseconds longest_lag(100);  // that a paced line makes up for
+
 bool would_block()
 {
     return errno == EAGAIN || errno == EWOULDBLOCK || errno == EINTR;
 }
 
 } // namespace
+
+std::size_t pacer::allowed(milliseconds now, unsigned bytes_a_second) const
+{
+    if (next_ > now)
+        return 0;
+    return bytes_a_second == 0 ? std::string_view::npos : std::max(1U, bytes_a_second / pieces_a_second);
+}
+
+void pacer::moved(std::size_t count, milliseconds now, unsigned bytes_a_second)
+{
+    if (bytes_a_second > 0)
+        next_ = std::max(next_, now - longest_lag) + milliseconds(count * 1000 / bytes_a_second);
+}
 
 simulator::simulator(dialogue script, std::unique_ptr<port> wire, settings options)
     : modem_(std::move(script), options.seed), port_(std::move(wire)), options_(options),
@@ -57,7 +73,8 @@ void simulator::meet_client()
     if (client_ || !port_->client_present())
         return;
     client_ = true;
-    next_write_ = now();
+    to_client_.wait_until(now());
+    from_client_.wait_until(now());
     modem_.client_opened(now());
     note('-', "client came");
 }
@@ -78,8 +95,10 @@ int simulator::wait_limit(milliseconds at) const
         limit = milliseconds(client_check_ms);
     if (const auto due = modem_.next_due())
         limit = std::min(limit, *due - at);
-    if (!modem_.output().empty() && next_write_ > at)
-        limit = std::min(limit, next_write_ - at);
+    if (!modem_.output().empty() && to_client_.next() > at)
+        limit = std::min(limit, to_client_.next() - at);
+    if (client_ && from_client_.next() > at)
+        limit = std::min(limit, from_client_.next() - at);
     return static_cast<int>(std::max(limit, milliseconds(0)).count());
 }
 
@@ -93,8 +112,8 @@ void simulator::wait(int stop_fd)
 {
     const milliseconds at =
         now(); // one for both questions: is the next piece due, and if not, how long until then
-    short interest = modem_.input_room() > 0 ? POLLIN : 0;
-    if (!modem_.output().empty() && next_write_ <= at)
+    short interest = modem_.input_room() > 0 && from_client_.next() <= at ? POLLIN : 0;
+    if (!modem_.output().empty() && to_client_.next() <= at)
         interest |= POLLOUT;
     pollfd watched[] = {
         {stop_fd, POLLIN, 0},
@@ -106,15 +125,16 @@ void simulator::wait(int stop_fd)
     if (watched[0].revents != 0)
         ended_ = true;
     if ((watched[2].revents & (POLLIN | POLLHUP | POLLERR)) != 0)
-        read_client();
+        read_client((watched[2].revents & POLLHUP) != 0);
     if (watched[1].revents != 0)
         read_control();
 }
 
-void simulator::read_client()
+void simulator::read_client(bool hang_up)
 {
     char bytes[modem::max_input];
-    const std::size_t room = modem_.input_room();
+    const std::size_t pace_room = hang_up ? modem::max_input : from_client_.allowed(now(), pace());
+    const std::size_t room = std::min(modem_.input_room(), pace_room);
     if (room == 0)
         return lose_client(); // not asked for input, so this is a hang-up
     const ssize_t count = ::read(port_->fd(), bytes, room);
@@ -124,14 +144,16 @@ void simulator::read_client()
         return lose_client(); // end of file, or EIO when the last client of a pseudo-terminal closed it
     const std::string_view received(bytes, static_cast<std::size_t>(count));
     bytes_in_ += received.size();
+    from_client_.moved(received.size(), now(), pace());
     note('<', received);
     modem_.receive(received);
 }
 
 void simulator::write_client()
 {
-    while (client_ && !modem_.output().empty() && next_write_ <= now()) {
-        const std::string_view piece = modem_.output().substr(0, piece_size());
+    while (client_ && !modem_.output().empty() && to_client_.allowed(now(), pace()) > 0) {
+        const std::size_t size = std::min(piece_size(), to_client_.allowed(now(), pace()));
+        const std::string_view piece = modem_.output().substr(0, size);
         const ssize_t count = ::write(port_->fd(), piece.data(), piece.size());
         if (count < 0)
             return would_block() ? void() : lose_client();
@@ -139,8 +161,9 @@ void simulator::write_client()
         bytes_out_ += sent;
         note('>', piece.substr(0, sent));
         modem_.written(sent);
+        to_client_.moved(sent, now(), pace());
         if (options_.split.kind != split_mode::none)
-            next_write_ = now() + piece_gap;
+            to_client_.wait_until(std::max(to_client_.next(), now() + piece_gap));
     }
 }
 
@@ -191,11 +214,20 @@ std::string simulator::control(std::string_view line)
         control_function serve;
     };
     constexpr row rows[] = {
-        {"report", &simulator::control_report},   {"raw", &simulator::control_raw},
-        {"unplug", &simulator::control_unplug},   {"replug", &simulator::control_replug},
-        {"silence", &simulator::control_silence}, {"garbage", &simulator::control_garbage},
-        {"flood", &simulator::control_flood},     {"set", &simulator::control_set},
-        {"state", &simulator::control_state},     {"quit", &simulator::control_quit},
+        {"report", &simulator::control_report},
+        {"raw", &simulator::control_raw},
+        {"unplug", &simulator::control_unplug},
+        {"replug", &simulator::control_replug},
+        {"silence", &simulator::control_silence},
+        {"garbage", &simulator::control_garbage},
+        {"receive", &simulator::control_receive},
+        {"receive-pdu", &simulator::control_receive_pdu},
+        {"status-report", &simulator::control_status_report},
+        {"hangup", &simulator::control_hangup},
+        {"flood", &simulator::control_flood},
+        {"set", &simulator::control_set},
+        {"state", &simulator::control_state},
+        {"quit", &simulator::control_quit},
     };
     if (line.ends_with('\r'))
         line.remove_suffix(1);
@@ -204,7 +236,8 @@ std::string simulator::control(std::string_view line)
     const auto *const found = std::ranges::find(rows, word, &row::word);
     if (found == std::end(rows))
         return "error: unknown control word '" + escape(word) +
-               "'; known are report, raw, unplug, replug, silence, garbage, flood, set, state, quit";
+               "'; known are report, raw, receive, receive-pdu, status-report, hangup, unplug, replug, silence, garbage, "
+               "flood, set, state, quit";
     try {
         return (this->*found->serve)(line);
     } catch (const std::exception &error) {
@@ -258,6 +291,49 @@ std::string simulator::control_replug(std::string_view)
     return "ok";
 }
 
+namespace
+{
+
+std::string ok_or(const std::string &refusal)
+{
+    if (!refusal.empty())
+        throw std::runtime_error(refusal);
+    return "ok";
+}
+
+} // namespace
+
+std::string simulator::control_receive(std::string_view rest)
+{
+    const std::string_view number = take_word(rest);
+    if (rest.empty())
+        throw std::runtime_error("receive wants a number and a text, as in: receive +12025550123 Hello");
+    return ok_or(modem_.receive_text(number, unescape(rest)));
+}
+
+std::string simulator::control_receive_pdu(std::string_view pdu)
+{
+    return ok_or(modem_.receive_pdu(pdu));
+}
+
+std::string simulator::control_status_report(std::string_view rest)
+{
+    const std::string_view reference = take_word(rest);
+    const auto status = rest.empty() ? std::optional(0U) : parse_number(rest, 255);
+    if (reference.empty() || !status)
+        throw std::runtime_error(
+            "status-report wants the reference that the client was told, and a status from 0 "
+            "to 255 if you like, as in: status-report 12 70");
+    return ok_or(modem_.receive_report(reference, *status));
+}
+
+std::string simulator::control_hangup(std::string_view)
+{
+    if (!modem_.hang_up())
+        throw std::runtime_error("no data connection is there to hang up");
+    return "ok";
+}
+
 std::string simulator::control_silence(std::string_view word)
 {
     if (word != "on" && word != "off")
@@ -306,6 +382,7 @@ std::string simulator::control_state(std::string_view)
         {"silent", state.silent},
         {"answering", state.answering},
         {"prompting", state.prompting},
+        {"data", state.data},
         {"commands", state.commands},
         {"unread_input", state.unread_input},
         {"unread_output", state.unread_output},

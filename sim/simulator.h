@@ -30,6 +30,23 @@ struct settings {
     bool exit_with_stdin = false;
 };
 
+/// Lets bytes through at a pace, in pieces of about ten milliseconds.
+class pacer
+{
+public:
+    /// How many bytes may go now; npos without a pace (0 bytes a second).
+    std::size_t allowed(milliseconds now, unsigned bytes_a_second) const;
+
+    /// So many went.
+    void moved(std::size_t count, milliseconds now, unsigned bytes_a_second);
+
+    void wait_until(milliseconds at) { next_ = at; }
+    milliseconds next() const { return next_; }
+
+private:
+    milliseconds next_{0};
+};
+
 class simulator
 {
 public:
@@ -48,7 +65,8 @@ private:
     int wait_limit(milliseconds at) const;
     bool may_read_control() const;
     void wait(int stop_fd);
-    void read_client();
+    void read_client(bool hang_up);
+    unsigned pace() const { return modem_.pace(); }
     void write_client();
     std::size_t piece_size();
     void read_control();
@@ -59,6 +77,10 @@ private:
     std::string control_raw(std::string_view text);
     std::string control_unplug(std::string_view rest);
     std::string control_replug(std::string_view rest);
+    std::string control_receive(std::string_view rest);
+    std::string control_receive_pdu(std::string_view pdu);
+    std::string control_status_report(std::string_view rest);
+    std::string control_hangup(std::string_view rest);
     std::string control_silence(std::string_view word);
     std::string control_garbage(std::string_view count);
     std::string control_flood(std::string_view rest);
@@ -73,7 +95,8 @@ private:
     settings options_;
     std::mt19937 split_random_;
     bool client_ = false;
-    milliseconds next_write_{0};
+    pacer to_client_;
+    pacer from_client_;
     std::string control_input_;
     bool stdin_is_terminal_;
     bool stdin_open_ = true;

@@ -98,6 +98,28 @@ bool equal_ignoring_case(std::string_view left, std::string_view right)
     return std::ranges::equal(left, right, [](char a, char b) { return to_upper(a) == to_upper(b); });
 }
 
+std::string to_hex(std::string_view octets)
+{
+    std::string digits;
+    for (const char c : octets)
+        digits +=
+            {hex_digits[static_cast<unsigned char>(c) >> 4], hex_digits[static_cast<unsigned char>(c) & 15]};
+    return digits;
+}
+
+std::optional<std::string> from_hex(std::string_view digits)
+{
+    std::string octets;
+    for (std::size_t pos = 0; pos < digits.size(); pos += 2) {
+        const std::size_t high = hex_digits.find(to_upper(digits[pos]));
+        const std::size_t low = pos + 1 < digits.size() ? hex_digits.find(to_upper(digits[pos + 1])) : high;
+        if (pos + 1 == digits.size() || high == std::string_view::npos || low == std::string_view::npos)
+            return std::nullopt;
+        octets += static_cast<char>(high << 4 | low);
+    }
+    return octets;
+}
+
 bool all_digits(std::string_view text)
 {
     return !text.empty() && text.find_first_not_of("0123456789") == std::string_view::npos;

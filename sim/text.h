@@ -26,6 +26,10 @@ std::string_view take_word(std::string_view &rest);
 
 bool equal_ignoring_case(std::string_view left, std::string_view right);
 
+/// Octets as upper case hexadecimal digits, and back; nothing for what is no such text.
+std::string to_hex(std::string_view octets);
+std::optional<std::string> from_hex(std::string_view digits);
+
 bool all_digits(std::string_view text);
 
 /// A decimal number from 0 to `highest`, nothing else around it.
