@@ -30,14 +30,15 @@ struct step_word {
 };
 
 constexpr step_word step_words[] = {
-    {"line", step_kind::line, true, false},    {"final", step_kind::final_result, true, false},
-    {"report", step_kind::report, true, true}, {"raw", step_kind::raw, true, true},
-    {"delay", step_kind::delay, true, false},  {"set", step_kind::set, false, true},
-    {"count", step_kind::count, false, true},  {"messages", step_kind::messages, true, false},
-    {"data", step_kind::data, true, false},    {"hang-up", step_kind::hang_up, false, false},
+    {"line", step_kind::line, true, false},         {"final", step_kind::final_result, true, false},
+    {"report", step_kind::report, true, true},      {"raw", step_kind::raw, true, true},
+    {"delay", step_kind::delay, true, false},       {"set", step_kind::set, false, true},
+    {"count", step_kind::count, false, true},       {"encode", step_kind::encode, false, false},
+    {"messages", step_kind::messages, true, false}, {"data", step_kind::data, true, false},
+    {"hang-up", step_kind::hang_up, false, false},
 };
 constexpr std::string_view all_steps =
-    "line, final, report, raw, delay, later, prompt, set, count, messages, data, "
+    "line, final, report, raw, delay, later, prompt, set, count, encode, messages, data, "
     "hang-up, if ... else ... end, repeat ... end, stop-by, abortable";
 constexpr std::string_view scheduled_steps = "report, raw, set, count, if and repeat";
 
@@ -324,7 +325,7 @@ private:
         step added{row.kind, {}, {}, {}};
         if (row.needs_text && rest.empty())
             fail("'" + std::string(row.word) + "' wants a text behind it");
-        if (row.kind == step_kind::set || row.kind == step_kind::count)
+        if (row.kind == step_kind::set || row.kind == step_kind::count || row.kind == step_kind::encode)
             added.name = checked_name(take_word(rest));
         if (row.kind == step_kind::count)
             use(added.name);

@@ -25,6 +25,7 @@ enum class step_kind {
     prompt_text,
     set,
     count,
+    encode,
     condition,
     skip,
     messages,
@@ -45,7 +46,7 @@ enum class comparison {
 struct step {
     step_kind kind;
     std::string
-        name; ///< set, count, condition: the variable; messages: the action; data: what the far end does
+        name; ///< set, count, encode, condition: the variable; messages: the action; data: what the far end does
     text_template
         text; ///< line, final, report, raw, set: text; delay: duration; prompt_pdu: length in octets;
               ///< count: what is added; condition: what is compared with; messages: arguments

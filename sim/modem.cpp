@@ -1,6 +1,7 @@
 #include "modem.h"
 
 #include "command_line.h"
+#include "pdu.h"
 #include "text.h"
 
 #include <algorithm>
@@ -402,6 +403,9 @@ void modem::perform(const step &what, const std::string &text)
         break;
     case step_kind::set:
         values_[what.name] = text;
+        break;
+    case step_kind::encode:
+        values_[what.name] = in_character_set(text, character_set_of(values_["cscs"]));
         break;
     case step_kind::count: {
         const bool down = text.starts_with('-');

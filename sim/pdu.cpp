@@ -218,8 +218,10 @@ bool short_message::is_flash() const
 character_set character_set_of(std::string_view name)
 {
     constexpr std::pair<std::string_view, character_set> rows[] = {
-        {"GSM", character_set::gsm},   {"UCS2", character_set::ucs2}, {"UTF-8", character_set::utf8},
-        {"UTF8", character_set::utf8}, {"HEX", character_set::hex},
+        {"GSM", character_set::gsm},
+        {"UCS2", character_set::ucs2},
+        {"UTF-8", character_set::utf8},
+        {"UTF8", character_set::utf8},
     };
     const auto *const row = std::ranges::find_if(
         rows, [&](const auto &candidate) { return equal_ignoring_case(candidate.first, name); });
@@ -371,6 +373,20 @@ bool set_octets(short_message &message, std::string octets)
     return message.length <= max_octets;
 }
 
+std::string written(std::u32string_view characters, character_set set)
+{
+    std::string text;
+    for (const char32_t c : characters) {
+        if (set == character_set::ucs2)
+            append_utf16(text, c);
+        else if (set == character_set::utf8)
+            append_utf8(text, c);
+        else
+            text += c < 0x80 ? static_cast<char>(c) : '?';
+    }
+    return set == character_set::ucs2 ? to_hex(text) : text;
+}
+
 /// Septets that a client wrote in its character set.
 std::optional<std::string> read_septets(std::string_view text, character_set set)
 {
@@ -380,8 +396,6 @@ std::optional<std::string> read_septets(std::string_view text, character_set set
         return std::ranges::any_of(text, [](char c) { return octet(c) > 0x7f; })
                    ? std::nullopt
                    : std::optional(std::string(text));
-    case character_set::hex:
-        return octets;
     case character_set::ucs2:
         return octets ? septets_of(characters_of_utf16(*octets)) : std::nullopt;
     case character_set::ira:
@@ -422,25 +436,18 @@ bool set_any_text(short_message &message, std::string_view text)
     return set_octets(message, std::move(octets));
 }
 
+std::string in_character_set(std::string_view utf8, character_set set)
+{
+    const std::u32string characters = characters_of(utf8);
+    return set == character_set::gsm ? septets_of(characters).value_or("?") : written(characters, set);
+}
+
 std::string text_of(const short_message &message, character_set set)
 {
     if (!is_packed(message.coding) || message.has_header())
         return to_hex(message.data);
     const std::string septets = unpack(message.data, message.length);
-    if (set == character_set::gsm)
-        return septets;
-    if (set == character_set::hex)
-        return to_hex(septets);
-    std::string text;
-    for (const char32_t c : characters_of_septets(septets)) {
-        if (set == character_set::ucs2)
-            append_utf16(text, c);
-        else if (set == character_set::utf8)
-            append_utf8(text, c);
-        else
-            text += c < 0x80 ? static_cast<char>(c) : '?';
-    }
-    return set == character_set::ucs2 ? to_hex(text) : text;
+    return set == character_set::gsm ? septets : written(characters_of_septets(septets), set);
 }
 
 } // namespace modemsim

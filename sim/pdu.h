@@ -38,8 +38,7 @@ enum class character_set {
     ira,  ///< ASCII; '?' for what it lacks
     gsm,  ///< one octet a septet of the GSM alphabet
     ucs2, ///< four hexadecimal digits a UTF-16 unit
-    utf8,
-    hex ///< two hexadecimal digits a septet of the GSM alphabet
+    utf8
 };
 character_set character_set_of(std::string_view name);
 
@@ -64,6 +63,9 @@ bool set_text(short_message &message, std::string_view text, character_set set);
 
 /// The same for UTF-8, with the coding that the text needs.
 bool set_any_text(short_message &message, std::string_view text);
+
+/// UTF-8 as text mode writes it.
+std::string in_character_set(std::string_view utf8, character_set set);
 
 /// The text in `set`; hexadecimal octets for what is not plain text of the GSM alphabet.
 std::string text_of(const short_message &message, character_set set);
