@@ -34,6 +34,18 @@ const mistake mistakes[] = {
     {"a repeat without bound", "command AT\n    repeat 99999\n", "t:2: repeat wants a number"},
     {"a mistake inside a repeat", "command AT\n    repeat 2\n    line a\n    oops\n    end\n",
      "t:4: unknown step 'oops'"},
+    {"an if that stays open", "command AT\n    if a = 1\n    final OK\n\nset a 1\n", "t:2: if without end"},
+    {"an else of nothing", "command AT\n    else\n", "t:2: 'else' without 'if'"},
+    {"two elses", "set a 1\ncommand AT\n    if a = 1\n    else\n    else\n", "t:5: 'else' without 'if'"},
+    {"an end of nothing", "command AT\n    end\n", "t:2: 'end' without"},
+    {"a comparison that is none", "command AT\n    if a ~ 1\n", "t:2: write 'if NAME = TEXT'"},
+    {"a condition on nothing", "command AT\n    if a = 1\n    end\n    final OK\n", "t:2: the variable {a}"},
+    {"an answer later", "command AT\n    later 1s final OK\n", "t:2: later wants a time and one step"},
+    {"a later that has no time", "command AT\n    later soon report X\n", "t:2: 'soon' is no duration"},
+    {"an unknown action", "command AT\n    messages burn 1\n", "t:2: unknown action 'burn'"},
+    {"an unknown far end", "command AT\n    data tea\n", "t:2: write 'data echo'"},
+    {"a message in no state", "message lost 00\n", "t:1: message wants unread, read"},
+    {"a message cut short", "message read 0791\n", "t:1: message wants unread, read"},
     {"a missing include", "include nowhere.dialogue\n", "t:1: cannot read nowhere.dialogue"},
 };
 

@@ -1,8 +1,6 @@
 // The modem's behaviour on a virtual clock: bytes in, bytes out.
 
-#include "modem.h"
-
-#include "../modem_text.h"
+#include "session.h"
 
 #include <gtest/gtest.h>
 
@@ -11,10 +9,7 @@ using namespace modemsim;
 namespace
 {
 
-constexpr char script[] = R"(include default
-forget reports
-set echo 0
-
+constexpr char script[] = R"(
 command AT+CPOL?
     line one
     line two
@@ -43,32 +38,6 @@ every 100ms after 35ms
     report ^RSSI: 7
 )";
 
-struct session : modem {
-    explicit session(const char *more = "") : modem(parse_dialogue(std::string(script) + more, "t"), 1)
-    {
-        client_opened(milliseconds(0));
-    }
-
-    /// Everything that the modem sends until `until` when it gets these bytes now.
-    std::string answer(std::string_view bytes, int until)
-    {
-        receive(bytes);
-        while (true) {
-            advance(now);
-            const auto due = next_due();
-            if (!due || *due > milliseconds(until))
-                break;
-            now = *due;
-        }
-        now = std::max(now, milliseconds(until));
-        std::string sent(output());
-        written(sent.size());
-        return sent;
-    }
-
-    milliseconds now{0};
-};
-
 struct exchange {
     const char *fault;
     std::string in;
@@ -95,6 +64,27 @@ const exchange exchanges[] = {
     {"a PDU that is too short", "AT+CMGS=3\r00ABCD#", "~> ~+CMS ERROR: 304~"},
     {"a PDU that is no hexadecimal text", "AT^HCMGS=2\r00ABxD#", "~> ~+CMS ERROR: 304~"},
     {"ESC leaves the prompt", "AT+CMGS=2\r00A\x1b\rAT\r", "~> ~OK~~OK~"},
+    {"commands of a line share a result", "AT+CSQ;+CREG?;+CMEE=1;+CMEE?\r",
+     "~+CSQ: 20,99~~+CREG: 0,1,\"1A2B\",\"0C3D4E5F\",7~~+CMEE: 1~~OK~"},
+    {"a command that fails ends its line", "AT+CMEE=1;+X;+CSQ\rAT+CMGR=9;+CSQ\r",
+     "~+CME ERROR: 100~~+CMS ERROR: 321~"},
+    {"a separator in quotes is text", "AT+CCLK=\"a;b\";+CCLK?\r", "~+CCLK: \"a;b\"~~OK~"},
+    {"a call keeps its semicolon", "AT+CMEE=1;D123;\r", "~OK~"},
+    {"a captured text of the whole line must not stay", "AT+CSMP=1,2,0,0;+CSMP?\r", "~+CSMP: 1,2,0,0~~OK~"},
+    {"basic commands on one line", "ATE0V1&D2&C1S0=0\rATQ0 V1 E0 S0=3 &C1 &D2\rATS0?\rATE0V1Y7\r",
+     "~OK~~OK~~3~~OK~~ERROR~"},
+    {"nothing but separators", "AT;;\rAT \r", "~OK~~OK~"},
+    {"results as numbers", "ATV0\rAT+CSQ\rATX9\rATD1\rAT+CIMI=\rATD*99#\r", "0\r+CSQ: 20,99~0\r4\r3\r4\r1\r"},
+    {"no results", "ATQ1\rATX9\rAT+CSQ\rATQ0\r", "~+CSQ: 20,99~~OK~"},
+    {"other ends of lines", "ATS4=33S3=59\rAT+CSQ;", ";!OK;!;!+CSQ: 20,99;!;!OK;!"},
+    {"a setting that is no character", "ATS3=999\rAT\r", "~OK~~OK~"},
+    {"the phone book in pieces", "AT+CPBR=18,19\rAT+CPBR=3\rAT+CPBR=1,251\r",
+     "~+CPBR: 18,\"+12025550118\",145,\"Entry 18\"~+CPBR: 19,\"+12025550119\",145,\"CONNECT Ltd\"~~OK~"
+     "~+CPBR: 3,\"+1202555013\",145,\"Entry 3\"~~OK~~+CME ERROR: 21~"},
+    {"names in the client's character set", "AT+CSCS=\"UCS2\"\rAT+CPBR=20\r",
+     "~OK~~+CPBR: 20,\"112\",129,\"00520049004E0047002C0020004F004B\"~~OK~"},
+    {"a report must not hold the next command up", "AT+CUSD=1,\"*100#\",15\rAT\r",
+     "~OK~~OK~~+CUSD: 0,\"Your balance is 10.00\",15~"},
     {"a command in the prompt is text", "AT+CMGS=\"1\"\rAT\r#", "~> ~+CMGS: 12~~OK~"},
 };
 
@@ -103,7 +93,7 @@ TEST(modem, exchanges_whole_and_byte_by_byte)
     for (const exchange &row : exchanges) {
         SCOPED_TRACE(row.fault);
         const std::string expected = modem_text(row.out);
-        session whole, bytes;
+        session whole(script), bytes(script);
         EXPECT_EQ(whole.answer(modem_text(row.in), 1000), expected);
         std::string out;
         for (const char c : modem_text(row.in))
@@ -112,9 +102,152 @@ TEST(modem, exchanges_whole_and_byte_by_byte)
     }
 }
 
-TEST(modem, a_scan_is_stopped_once_and_overtakes_the_queue)
+TEST(modem, a_wrong_pin_costs_a_try_and_the_last_one_the_pin)
+{
+    const exchange rows[] = {
+        {"locked", "AT+CIMI\rAT+CPIN?\r", "~+CME ERROR: 11~~+CPIN: SIM PIN~~OK~"},
+        {"two wrong ones", "AT+CPIN=0000\rAT+CPIN=\"1111\"\rAT^CPIN?\r",
+         "~+CME ERROR: 16~~+CME ERROR: 16~~^CPIN: SIM PIN,1,10,1,10,3~~OK~"},
+        {"the right one gives all tries back", "AT+CPIN=1234\rAT+CPINR=\"SIM PIN\"\rAT+CPIN=1234\r",
+         "~OK~~+CPINR: SIM PIN,3,3~+CPINR: SIM PUK,10,10~~OK~~+CME ERROR: 3~~^SIMST: 1~"},
+        {"changed and used up",
+         "AT+CPWD=\"SC\",\"1234\",\"99\"\rAT+CLCK=\"SC\",1,\"1\"\rAT+CPWD=\"SC\",\"1\",\"2\"\r"
+         "AT+CLCK=\"SC\",0,\"3\"\rAT+CPIN?\r",
+         "~OK~~+CME ERROR: 16~~+CME ERROR: 16~~+CME ERROR: 16~~+CPIN: SIM PUK~~OK~"},
+        {"PUK and a new PIN", "AT+CPIN=1,2\rAT+CPIN=\"12345678\",\"4321\"\rAT+CPIN?\r",
+         "~+CME ERROR: 16~~OK~~+CPIN: READY~~OK~"},
+    };
+    session one("set cpin SIM PIN\n");
+    int until = 0;
+    for (const exchange &row : rows)
+        EXPECT_EQ(one.answer(modem_text(row.in), until += 1000), modem_text(row.out)) << row.fault;
+}
+
+TEST(modem, any_byte_ends_a_search_and_is_dropped)
 {
     session one;
+    EXPECT_EQ(one.answer("AT+COPS=?\r\n", 1000), "") << "the line feed belongs to the command";
+    EXPECT_EQ(one.answer("AT+CSQ\r", 1000), "\r\nOK\r\n");
+    EXPECT_EQ(one.answer("AT\r", 1500), "\r\nOK\r\n");
+    EXPECT_NE(one.answer("AT+COPS=?\r", 3500).find("Example Test"), std::string::npos) << "let alone";
+}
+
+TEST(modem, data_flow_until_three_plus_between_silences)
+{
+    struct {
+        const char *in;
+        int until;
+        const char *out;
+    } const steps[] = {
+        {"ATO\r", 1, "~NO CARRIER~"},
+        {"ATE1\rATD*99#\r", 200, "~OK~ATD*99#\r~CONNECT 150000000~"},
+        {"AT\r~+++", 3000, "AT\r~+++"}, // no silence before
+        {"+++", 3500, "+++"},
+        {"x", 5000, "x"}, // no silence behind
+        {"++++", 7000, "++++"},
+        {"+", 7500, "+"},
+        {"+", 8200, "+"},
+        {"+", 9199, "+"},
+        {"", 9200, "~OK~"},
+        {"AT\rATO\r", 9300, "AT\r~OK~ATO\r~CONNECT~"},
+        {"", 10300, ""},
+        {"+++", 11300, "+++~OK~"},
+        {"ATH\rATO\r", 11400, "ATH\r~OK~ATO\r~NO CARRIER~"},
+        {"ATD*99#\r", 11600, "ATD*99#\r~CONNECT 150000000~"},
+    };
+    session one(reports);
+    one.answer("", 150);
+    session quiet;
+    for (const auto &step : steps)
+        EXPECT_EQ(quiet.answer(modem_text(step.in), step.until), modem_text(step.out)) << step.until;
+    EXPECT_TRUE(quiet.hang_up());
+    EXPECT_FALSE(quiet.hang_up()) << "once only";
+    EXPECT_EQ(quiet.answer("AT\r", 11700), modem_text("~NO CARRIER~AT\r~OK~"));
+    EXPECT_EQ(one.answer("ATD*99#\r", 1000),
+              modem_text("~CONNECT 150000000~").insert(0, modem_text("~^RSSI: 7~")))
+        << "reports must not come between data";
+    one.client_closed();
+    one.client_opened(milliseconds(1001));
+    EXPECT_EQ(one.answer("AT\r", 1010), "\r\nOK\r\n") << "the connection went with its client";
+}
+
+TEST(modem, latency_stands_before_each_answer)
+{
+    session one("set latency 100ms\n");
+    EXPECT_EQ(one.answer("AT+CSQ;+CSQ\r", 99), "");
+    EXPECT_EQ(one.answer("", 100), "\r\n+CSQ: 20,99\r\n\r\n+CSQ: 20,99\r\n\r\nOK\r\n");
+    EXPECT_EQ(one.answer("AT+X\r", 199), "") << "a refusal too";
+    EXPECT_EQ(one.answer("AT+CMGW=2\r", 300), "\r\nERROR\r\n\r\n> ");
+    EXPECT_EQ(one.answer("00ABCD\x1A", 399), "");
+    EXPECT_EQ(one.answer("", 400), "\r\n+CMGW: 4\r\n\r\nOK\r\n");
+}
+
+TEST(modem, conditions_choose_steps_in_answers_repeats_and_schedules)
+{
+    session one(R"(
+set level 3
+command AT+IF={x}
+    if x = a
+        line equal
+    else
+        if x != b
+            line other
+        end
+        line not a
+    end
+    repeat 2
+        if x >= {i}
+            line {i}
+        else
+            line -{i}
+        end
+    end
+    count level -1
+    final OK
+every 1s
+    if level < 1
+        report empty
+    else
+        report {level}
+    end
+)");
+    EXPECT_EQ(one.answer("AT+IF=a\r", 1000), modem_text("~equal~-1~-2~~OK~~2~"));
+    EXPECT_EQ(one.answer("AT+IF=b\r", 2000), modem_text("~not a~-1~-2~~OK~~1~"));
+    EXPECT_EQ(one.answer("AT+IF=1\r", 3000), modem_text("~other~not a~1~-2~~OK~~empty~"));
+}
+
+TEST(modem, the_built_in_reports_come_every_two_seconds)
+{
+    session one("", "include default\n");
+    EXPECT_EQ(one.answer("", 999), "");
+    EXPECT_EQ(
+        one.answer("", 10000),
+        modem_text("~^SIMST: 1~~^HCSQ: \"LTE\",50,40,90,20~~^RSSI: 20~~+CREG: 1,\"1A2B\",\"0C3D4E5F\",7~"
+                   "~^HCSQ: \"LTE\",53,42,93,20~~^HCSQ: \"LTE\",50,40,90,20~"));
+}
+
+TEST(modem, reports_due_while_nobody_reads_are_lost_and_answers_wait)
+{
+    session one(reports);
+    one.receive("AT+CMGL=4\r");
+    for (int at = 0; at <= 200000; at += 50)
+        one.advance(milliseconds(at));
+    EXPECT_LT(one.output().size(), modem::output_high + 100);
+    EXPECT_GE(one.output().size(), modem::output_high);
+    one.receive("AT+CSQ\r");
+    one.advance(milliseconds(200010));
+    EXPECT_FALSE(one.report("RING")) << "nobody would read it";
+    const std::string unread(one.output());
+    EXPECT_EQ(unread.find("+CSQ"), std::string::npos) << "no room yet";
+    one.written(unread.size());
+    one.now = milliseconds(200020);
+    EXPECT_EQ(one.answer("", 200030), "\r\n+CSQ: 20,99\r\n\r\nOK\r\n");
+    EXPECT_EQ(one.answer("", 200050), "\r\n^RSSI: 7\r\n") << "the next one is in time again";
+}
+
+TEST(modem, a_scan_is_stopped_once_and_overtakes_the_queue)
+{
+    session one(script);
     EXPECT_EQ(one.answer("AT^NETSCAN\rAT\rat+stop\rAT+STOP\r", 50), modem_text("~OK~"));
     EXPECT_EQ(one.answer("", 2000), modem_text("~after~~OK~~OK~")) << "the queued commands";
     EXPECT_EQ(one.answer("AT^NETSCAN\r", 3050), modem_text("~found~~OK~")) << "a scan that is let alone";
