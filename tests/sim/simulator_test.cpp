@@ -2,6 +2,7 @@
 
 #include "../process.h"
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 
@@ -125,6 +126,78 @@ TEST_F(simulator_process, split_output_flood_and_garbage_lose_nothing)
     EXPECT_EQ(client.ask("AT\r", "\r\nOK\r\n").size(), 300U + 6U);
 }
 
+TEST_F(simulator_process, what_nobody_reads_waits_in_order_and_control_lines_say_so)
+{
+    simulator modem("--no-reports --echo off");
+    const stream client(modem.device);
+    EXPECT_EQ(client.ask("AT\r"), "\r\nOK\r\n");
+    EXPECT_EQ(modem.ask("flood 20000 N {i}"), "ok");
+    const std::string refusal = "error: the client does not read; nothing was sent";
+    EXPECT_TRUE(wait_until([&] { return modem.ask("report RING") == refusal; }));
+    EXPECT_EQ(modem.ask("raw x"), refusal);
+    EXPECT_EQ(::write(client.fd, "AT+CSQ\r", 7), 7);
+    std::string all = client.read_until("\r\nN 20000\r\n");
+    std::size_t place = 0;
+    for (int i = 1; i <= 20000; ++i) {
+        place = all.find("\r\nN " + std::to_string(i) + "\r\n", place);
+        ASSERT_NE(place, std::string::npos) << i;
+    }
+    EXPECT_EQ(client.ask("AT+CGMM\r"), "\r\nEX-1 LTE\r\n\r\nOK\r\n") << "in step again";
+}
+
+TEST_F(simulator_process, control_lines_for_messages_and_calls)
+{
+    struct {
+        const char *control;
+        std::string answer;
+        const char *told; ///< how it ends
+    } const rows[] = {
+        {"receive +12", "error: receive wants a number and a text, as in: receive +12025550123 Hello", ""},
+        {"receive +12 two\\nlines", "ok", "+CMTI: \"SM\",4\r\n"},
+        {"receive-pdu 00040B912120550521F300006210102100000005C8329BFD06", "ok", "+CMTI: \"SM\",5\r\n"},
+        {"receive-pdu 0", "error: that is no PDU in hexadecimal form, service centre first", ""},
+        {"status-report 12", "ok",
+         "+CDS: 6,12,\"+12\",145,\"26/01/01,12:00:00+04\",\"26/01/01,12:00:00+04\",0\r\n"},
+        {"status-report 13", "error: no message was sent under this reference", ""},
+        {"status-report 12 999",
+         "error: status-report wants the reference that the client was told, and a status from 0 to 255 if you like, "
+         "as in: status-report 12 70",
+         ""},
+        {"hangup", "error: no data connection is there to hang up", ""},
+    };
+    simulator modem("--no-reports --echo off");
+    const stream client(modem.device);
+    client.ask("AT+CMGF=1;+CNMI=2,1,0,1;+CMGS=\"+12\"\r", "> ");
+    EXPECT_EQ(client.ask("Hi\x1A"), "\r\n+CMGS: 12\r\n\r\nOK\r\n");
+    for (const auto &row : rows) {
+        EXPECT_EQ(modem.ask(row.control), row.answer) << row.control;
+        EXPECT_TRUE(client.read_until(row.told).ends_with(row.told)) << row.control;
+    }
+    EXPECT_EQ(client.ask("ATD*99#\r", "CONNECT 150000000\r\n"), "\r\nCONNECT 150000000\r\n");
+    EXPECT_TRUE(modem.wait_for_state("\"data\":true,"));
+    EXPECT_EQ(modem.ask("hangup"), "ok");
+    EXPECT_EQ(client.ask("AT\r"), "\r\nNO CARRIER\r\n\r\nOK\r\n");
+}
+
+TEST_F(simulator_process, a_pace_holds_each_way_and_latency_before_answers)
+{
+    simulator modem("--no-reports --echo off --pace 2000 --latency 300ms");
+    const stream client(modem.device);
+    const auto seconds_of = [&](const std::string &in, const std::string &end) {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_TRUE(client.ask(in, end).ends_with(end)) << in.substr(0, 20);
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    };
+    EXPECT_GE(seconds_of("AT\r", "OK\r\n"), 0.299);
+    EXPECT_EQ(modem.ask("set latency 0"), "ok");
+    EXPECT_GE(seconds_of("AT+" + std::string(1200, 'x') + "\r", "ERROR\r\n"), 0.45)
+        << "of the 0.6 that it takes";
+    EXPECT_EQ(modem.ask("flood 100 {i}23456789"), "ok");
+    EXPECT_GE(seconds_of("", "10023456789\r\n"), 0.45) << "1292 bytes";
+    EXPECT_EQ(modem.ask("set pace 0"), "ok");
+    EXPECT_EQ(client.ask("AT\r"), "\r\nOK\r\n");
+}
+
 TEST_F(simulator_process, a_socket_serves_one_client_after_the_other)
 {
     const std::string path = folder + "/modem.sock";
@@ -148,7 +221,8 @@ TEST_F(simulator_process, mistakes_have_exit_codes_and_a_file_is_never_overwritt
     const std::string file = folder + "/bad.dialogue";
     std::ofstream(file) << "command AT\n";
     EXPECT_EQ(simulator("--dialogue " + file).wait(), 3);
-    EXPECT_EQ(simulator("--split 0").wait(), 2);
+    for (const char *const wrong : {"--split 0", "--pace 0", "--pace x", "--latency soon"})
+        EXPECT_EQ(simulator(wrong).wait(), 2) << wrong;
     EXPECT_EQ(simulator("--link " + file).wait(), 1);
     EXPECT_TRUE(fs::is_regular_file(file));
     simulator modem("");
