@@ -33,11 +33,18 @@ constexpr char help_footer[] = R"(DIALOGUE FILES (a complete description is in s
       raw TEXT               bytes as they are
       delay 250ms            wait (ms or s)
       prompt pdu {length}    "> ", then a PDU of that many octets until Ctrl-Z; 'prompt text' for any text
-      set NAME VALUE, count NAME          change a variable, count it up
+      set NAME VALUE, count NAME [N]      change a variable, add one or N to it ('count NAME -1')
+      encode NAME TEXT       set a variable to the text in the client's character set (AT+CSCS)
+      if NAME = TEXT ... else ... end     also != < > <= >=
+      later 500ms STEP       report, raw, set, count or messages, while the next commands are served
+      messages ACTION ...    list, read, delete, write, compose, load, sent, select, loop or report
+      data echo|drop, hang-up             bytes are data until +++ between two silences; no data any longer
+      abortable              any byte ends the answer early with its final result
       repeat N ... end       the steps between, N times; {i} is the number
       stop-by PATTERN        a line that ends the answer early with its final result
-  every 6s [after 2s], after 500ms, at start    scheduled reports (report, raw, set, count, repeat)
-  forget reports             drop the reports scheduled so far
+  every 6s [after 2s], after 500ms, at start    scheduled reports (report, raw, set, count, if, repeat)
+  message STATE PDU          a message in the memory at the start: unread, read, unsent or sent
+  forget reports, forget messages      drop those written so far
   PATTERN: '*' any text, {name} any text remembered, {name:#} digits, {name:a|b} a choice; case does not matter
   TEXT: \r \n \\ \xNN and a backslash before punctuation, as in \{
   # starts a comment line
@@ -45,6 +52,9 @@ constexpr char help_footer[] = R"(DIALOGUE FILES (a complete description is in s
 CONTROL LINES on standard input, each answered by "ok", "error: CAUSE" or JSON on standard output
   report TEXT        send CR LF TEXT CR LF          raw TEXT         send bytes, escapes as above
   unplug, replug     take the modem away, put it back     silence on|off   read but answer nothing
+  receive NUMBER TEXT     a message arrives          receive-pdu HEX         the same as a PDU
+  status-report REFERENCE [STATUS]    the report for a message that the client sent
+  hangup             the far end ends the data connection
   garbage N          N random bytes                 flood N [TEXT]   N reports as fast as they are read
   set NAME VALUE     change a variable              state            what is going on, as JSON
   quit               end

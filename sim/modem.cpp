@@ -19,6 +19,11 @@ constexpr char ctrl_z = '\x1a';
 constexpr char escape_key = '\x1b';
 constexpr unsigned max_reference = 255; // a message reference is one octet
 
+bool is_control(char c)
+{
+    return static_cast<unsigned char>(c) < 0x20 || c == '\x7f';
+}
+
 void replace_all(std::string &text, std::string_view what, std::string_view by)
 {
     for (std::size_t pos = text.find(what); pos != std::string::npos; pos = text.find(what, pos + by.size()))
@@ -498,6 +503,8 @@ void modem::take_line_byte(char c)
         send({&c, 1});
     if (c == current.carriage_return())
         begin_line(std::exchange(line_, {}));
+    else if (line_.empty() && is_control(c))
+        return; // a break, or an escape from a prompt that was not there
     else if (c != backspace && c != rubout)
         line_.append(line_.size() <= max_line ? 1 : 0, c);
     else if (!line_.empty())

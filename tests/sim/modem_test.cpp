@@ -52,6 +52,10 @@ const exchange exchanges[] = {
     {"a value is answered, one out of range not set", "AT+CREG=2\rAT+CREG=7\rAT+CREG?\r",
      "~OK~~ERROR~~+CREG: 2,1,\"1A2B\",\"0C3D4E5F\",7~~OK~"},
     {"noise gets no answer", "0011AA#\r~", ""},
+    {"control characters before a line, as a break leaves them",
+     "@#\x1b\x7f"
+     "AT\r",
+     "~OK~"},
     {"CR LF ends a line once", "AT~AT~", "~OK~~OK~"},
     {"a typing mistake can be rubbed out", "ATX\bI\b\r", "~OK~"},
     {"an endless line is refused", "AT" + std::string(1600, 'x') + "\r", "~ERROR~"},
@@ -73,6 +77,7 @@ const exchange exchanges[] = {
     {"a captured text of the whole line must not stay", "AT+CSMP=1,2,0,0;+CSMP?\r", "~+CSMP: 1,2,0,0~~OK~"},
     {"basic commands on one line", "ATE0V1&D2&C1S0=0\rATQ0 V1 E0 S0=3 &C1 &D2\rATS0?\rATE0V1Y7\r",
      "~OK~~OK~~3~~OK~~ERROR~"},
+    {"what terminal programs begin with", "AT S7=45 S0=0 L1 V1 X4 &c1 E0 Q0\r", "~OK~"},
     {"nothing but separators", "AT;;\rAT \r", "~OK~~OK~"},
     {"results as numbers", "ATV0\rAT+CSQ\rATX9\rATD1\rAT+CIMI=\rATD*99#\r", "0\r+CSQ: 20,99~0\r4\r3\r4\r1\r"},
     {"no results", "ATQ1\rATX9\rAT+CSQ\rATQ0\r", "~+CSQ: 20,99~~OK~"},
