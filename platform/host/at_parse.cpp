@@ -1,5 +1,5 @@
-// Report parsing: one table of templates, one scanner. A list is one heap block: its nodes, then a copy of the text
-// behind the prefix, in which every value is terminated where it stands.
+// Report parsing: one table of templates, one scanner. A list is one block: its nodes, then a copy of the text behind
+// the prefix, in which every value is terminated where it stands.
 #include "at_parse.h"
 
 #include <algorithm>
@@ -29,23 +29,20 @@ struct report_template {
     std::string_view prefix;
     layout form;
     std::array<const char *, MAX_NAMES> names; // in the order of the report, then null
+    std::ptrdiff_t count = std::ranges::find(names, nullptr) - names.begin();
 
-    constexpr std::size_t size() const
-    {
-        return static_cast<std::size_t>(std::ranges::find(names, nullptr) - names.begin());
-    }
+    constexpr std::size_t size() const { return static_cast<std::size_t>(count); }
 
     /// size() when there is no such name.
     std::size_t index_of(const char *name) const
     {
         std::size_t index = 0;
-        while (index != size() && safe_strcmp(names[index], name) != 0)
+        while (index != size() && names[index] != name && safe_strcmp(names[index], name) != 0)
             ++index;
         return index;
     }
 };
 
-// Sorted by prefix.
 constexpr report_template templates[] = {
     {"+C5GREG", layout::fixed, {"stat", "tac", "ci", "AcT"}},
     {"+CBM", layout::with_pdu, {"length"}},
@@ -104,19 +101,58 @@ constexpr report_template templates[] = {
     {"^TEMPPRT", layout::fixed, {"tempprotect_event", "tempprotect_param"}},
     {"^WAKEUPIN", layout::fixed, {"value"}},
 };
-static_assert(std::ranges::is_sorted(templates, {}, &report_template::prefix));
+/// Where each template is: a slot of its own, told by four properties of its prefix and a factor that is found at
+/// compile time.
+struct template_slots {
+    static constexpr uint8_t NONE = 255;
+    std::array<uint8_t, 256> rows{};
+    uint32_t factor = 2654435769U; // 2^32 over the golden ratio
+
+    consteval template_slots()
+    {
+        while (!fill())
+            factor += 2;
+    }
+
+    constexpr std::size_t slot_of(std::string_view prefix) const
+    {
+        const auto byte = [&](std::size_t at) { return uint32_t{static_cast<unsigned char>(prefix[at])}; };
+        const std::size_t size = prefix.size();
+        const auto length = static_cast<uint32_t>(size & 255);
+        return ((byte(1) << 24 | byte(size / 2) << 16 | byte(size - 1) << 8 | length) * factor) >> 24;
+    }
+
+private:
+    /// False when two templates have the same slot.
+    constexpr bool fill()
+    {
+        rows.fill(NONE);
+        for (std::size_t row = 0; row < std::size(templates); ++row) {
+            uint8_t &slot = rows[slot_of(templates[row].prefix)];
+            if (slot != NONE)
+                return false;
+            slot = static_cast<uint8_t>(row);
+        }
+        return true;
+    }
+};
+
+constexpr template_slots SLOTS;
 
 constexpr const report_template *find_template(std::string_view prefix)
 {
-    const auto *row = std::ranges::lower_bound(templates, prefix, {}, &report_template::prefix);
-    return row != std::end(templates) && row->prefix == prefix ? row : nullptr;
+    if (prefix.size() < 2)
+        return nullptr;
+    const std::size_t row = SLOTS.rows[SLOTS.slot_of(prefix)];
+    return row != SLOTS.NONE && templates[row].prefix == prefix ? &templates[row] : nullptr;
 }
 
 /// Finds the values: what stands behind the ':' of the first occurrence of prefix that a ':' or the end follows.
 at_parse_status find_values(std::string_view line, std::string_view prefix, std::string_view *values)
 {
     at_parse_status status = AT_PARSE_NO_PREFIX;
-    for (std::size_t at = line.find(prefix); at != line.npos; at = line.find(prefix)) {
+    for (std::size_t at = line.starts_with(prefix) ? 0 : line.find(prefix); at != line.npos;
+         at = line.find(prefix)) {
         line.remove_prefix(at + prefix.size());
         if (line.empty() || line.front() == ':') {
             line.remove_prefix(line.empty() ? 0 : 1);
@@ -269,6 +305,26 @@ std::size_t most_fields(const report_template &form, std::string_view values)
     return form.size() + (form.form == layout::with_pdu ? 1U : 0U);
 }
 
+/// A list gets this room; when it is taken or too small, a heap block.
+alignas(at_field) char list_room[1024];
+bool list_room_taken = false;
+
+void *take_block(std::size_t size)
+{
+    if (list_room_taken || size > sizeof list_room)
+        return std::malloc(size);
+    list_room_taken = true;
+    return list_room;
+}
+
+void give_back(void *block)
+{
+    if (block == list_room)
+        list_room_taken = false;
+    else
+        std::free(block);
+}
+
 constexpr const report_template *HFREQ_TEMPLATE = find_template("^HFREQINFO");
 constexpr std::size_t HFREQ_WORDS = 9;
 static_assert(HFREQ_TEMPLATE->size() == HFREQ_WORDS);
@@ -287,7 +343,7 @@ int at_cmd_parse(at_field **head, const char *prefix, const char *line, int rese
         return status;
 
     const std::size_t capacity = most_fields(*form, values);
-    void *block = std::malloc(capacity * sizeof(at_field) + values.size() + 1);
+    void *block = take_block(capacity * sizeof(at_field) + values.size() + 1);
     if (block == nullptr)
         return AT_PARSE_NO_MEMORY;
     field_list list{static_cast<at_field *>(block), capacity};
@@ -302,7 +358,7 @@ int at_cmd_parse(at_field **head, const char *prefix, const char *line, int rese
         scan_fields(*form, scanner, list);
 
     if (list.count == 0) {
-        std::free(block);
+        give_back(block);
         *head = nullptr;
         return AT_PARSE_OK;
     }
@@ -312,7 +368,7 @@ int at_cmd_parse(at_field **head, const char *prefix, const char *line, int rese
 
 void free_at_cmd(at_field *head)
 {
-    std::free(head); // the first node begins the block
+    give_back(head); // the first node begins the block
 }
 
 int ParseHfreqInfoResult(const at_field *fields, hfreq_info_holder *holder)

@@ -61,6 +61,21 @@ int strcat_s(char *dest, size_t dest_size, const char *src)
     return strncat_s(dest, dest_size, src, SIZE_MAX);
 }
 
+/// As vsnprintf. Nearly all formats are "%s", a copy.
+__attribute__((format(printf, 3, 0))) static int format_text(char *dest, size_t size, const char *format,
+                                                             va_list arguments)
+{
+    if (strcmp(format, "%s") != 0)
+        return vsnprintf(dest, size, format, arguments);
+    const char *text = va_arg(arguments, const char *);
+    text = text != nullptr ? text : "(null)";
+    const size_t length = strlen(text);
+    const size_t kept = std::min(length, size - 1);
+    memmove(dest, text, kept);
+    dest[kept] = '\0';
+    return static_cast<int>(length);
+}
+
 int snprintf_s(char *dest, size_t dest_size, size_t count, const char *format, ...)
 {
     if (dest == nullptr || format == nullptr || dest_size == 0 || count > dest_size) [[unlikely]] {
@@ -71,7 +86,7 @@ int snprintf_s(char *dest, size_t dest_size, size_t count, const char *format, .
 
     va_list arguments;
     va_start(arguments, format);
-    const int length = vsnprintf(dest, may_cut ? count + 1 : dest_size, format, arguments);
+    const int length = format_text(dest, may_cut ? count + 1 : dest_size, format, arguments);
     va_end(arguments);
 
     if (length >= 0 && static_cast<size_t>(length) < dest_size && static_cast<size_t>(length) <= count)

@@ -27,9 +27,10 @@ public:
     /// Call it after a change under the lock, with or without the lock. Any thread.
     void notify_all()
     {
+        if (sleepers == 0)
+            return; // whoever waits counts itself under the lock
         ++changes;
-        if (sleepers != 0)
-            futex_wake(changes);
+        futex_wake(changes);
     }
 
 private:

@@ -26,12 +26,13 @@ struct plain_queue {
     uint32_t key = 0;
     uint32_t capacity = 0;
     uint32_t record_size = 0;
-    uint32_t first = 0; ///< slot of the oldest record
-    uint32_t count = 0;
+    uint32_t first = 0;             ///< slot of the oldest record
+    std::atomic<uint32_t> count{0}; ///< changed under the lock
     uint32_t *lengths = nullptr;
     uint8_t *records = nullptr;
 
     uint8_t *slot(uint32_t index) { return records + size_t{index} * record_size; }
+    uint32_t wrapped(uint32_t index) const { return index < capacity ? index : index - capacity; }
 
     void free_memory()
     {
@@ -43,18 +44,18 @@ struct plain_queue {
 
     void push(const void *record, uint32_t size)
     {
-        const uint32_t index = (first + count) % capacity;
+        const uint32_t index = wrapped(first + count);
         memcpy(slot(index), record, size);
         lengths[index] = size;
-        ++count;
+        count.store(count + 1, std::memory_order_relaxed);
     }
 
     uint32_t pop(void *record, uint32_t size)
     {
         const uint32_t length = std::min(lengths[first], size);
         memcpy(record, slot(first), length);
-        first = (first + 1) % capacity;
-        --count;
+        first = wrapped(first + 1);
+        count.store(count - 1, std::memory_order_relaxed);
         return length;
     }
 };
@@ -176,6 +177,8 @@ int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms)
     plain_queue *const queue = slot_of(id);
     if (queue == nullptr || record == nullptr)
         return -1;
+    if (wait_ms <= 0 && queue->count == 0)
+        return -1; // empty just now, whoever holds the lock
     std::unique_lock guard(queue->lock);
     const int64_t deadline = wait_ms > 0 ? deadline_after(wait_ms) : 0;
     for (bool in_time = wait_ms > 0; in_time && queue->id == id && queue->count == 0 && !is_given_up();)

@@ -42,8 +42,17 @@ int safe_strcmp(const char *a, const char *b)
 int32_t safe_atoi(const char *text)
 {
     using limits = std::numeric_limits<int32_t>;
-    const long long number = strtoll(or_empty(text), nullptr, 10);
-    return static_cast<int32_t>(std::clamp<long long>(number, limits::min(), limits::max()));
+    text = or_empty(text);
+    while (*text == ' ' || (*text >= '\t' && *text <= '\r'))
+        ++text;
+    const bool negative = *text == '-';
+    if (negative || *text == '+')
+        ++text;
+    int64_t number = 0;
+    for (; *text >= '0' && *text <= '9' && number <= limits::max(); ++text)
+        number = number * 10 + (*text - '0');
+    return static_cast<int32_t>(negative ? std::max<int64_t>(-number, limits::min())
+                                         : std::min<int64_t>(number, limits::max()));
 }
 
 uint64_t hex_str_to_uinteger(const char *text)

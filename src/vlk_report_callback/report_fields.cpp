@@ -1,8 +1,5 @@
 #include "report_fields.h"
 
-#include <algorithm>
-#include <cstdlib>
-
 void report_fields::parse(const char *prefix, const char *line)
 {
     release();
@@ -18,10 +15,4 @@ void report_fields::release()
         free_at_cmd(list);
     list = nullptr;
     owned = false;
-}
-
-int32_t to_int(const char *text)
-{
-    const long number = strtol(shown(text), nullptr, 10);
-    return static_cast<int32_t>(std::clamp<long>(number, INT32_MIN, INT32_MAX));
 }

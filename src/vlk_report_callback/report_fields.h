@@ -3,8 +3,10 @@
 #ifndef REPORT_FIELDS_H
 #define REPORT_FIELDS_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "at_parse.h"
 #include "bounded.h"
@@ -16,7 +18,11 @@ class report_fields
 {
 public:
     report_fields(const char *prefix, const char *line) { parse(prefix, line); }
-    ~report_fields() { release(); }
+    ~report_fields()
+    {
+        if (owned)
+            release();
+    }
     report_fields(const report_fields &) = delete;
     report_fields &operator=(const report_fields &) = delete;
 
@@ -53,20 +59,25 @@ private:
     bool owned = false; // a parse succeeded and its list, empty or not, was not released yet
 };
 
-inline bool is_named(const at_field &field, const char *name)
-{
-    return safe_strcmp(field.AtFieldName, name) == 0;
-}
-
 /// A text for a trace: none shows as empty.
 inline const char *shown(const char *text)
 {
     return text != nullptr ? text : "";
 }
 
+/// The linker keeps equal texts once, so that most names are told apart without a look at their bytes.
+inline bool is_named(const at_field &field, const char *name)
+{
+    const char *const own = shown(field.AtFieldName);
+    return own == name || (own[0] == name[0] && strcmp(own, name) == 0);
+}
+
 /// Decimal text as the C library's atoi reads it (blanks, a sign, digits), but defined for every text: what does not
 /// fit is the nearest 32-bit number, as atoi gives it where a long has 32 bits.
-int32_t to_int(const char *text);
+inline int32_t to_int(const char *text)
+{
+    return safe_atoi(text);
+}
 
 /// A sum that wraps around as the processor's does: hostile numbers reach it.
 constexpr int32_t wrapping_sum(int32_t a, int32_t b)
@@ -118,11 +129,10 @@ struct named_member {
 template <typename Record, typename Value, std::size_t rows>
 Value Record::*member_of(const named_member<Record, Value> (&table)[rows], const at_field &field)
 {
-    for (const named_member<Record, Value> &row : table) {
-        if (is_named(field, row.name))
-            return row.member;
-    }
-    return nullptr;
+    const auto *row = std::ranges::find(table, field.AtFieldName, &named_member<Record, Value>::name);
+    if (row == table + rows) // its text may stand elsewhere
+        row = std::ranges::find_if(table, [&](const auto &each) { return is_named(field, each.name); });
+    return row != table + rows ? row->member : nullptr;
 }
 
 #endif

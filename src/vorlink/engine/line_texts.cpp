@@ -96,7 +96,8 @@ line_texts look_for_texts(const char *line, std::size_t length)
     for (const char *at = line; at < end && *at != '\0'; at = next_place(at + 1, end)) {
         for (std::size_t text = BY_BEGINNING.first[BY_BEGINNING.bucket_of(at)]; text != BY_BEGINNING.NONE;
              text = BY_BEGINNING.next[text]) {
-            if (strncmp(at, LIST[text].data(), LIST[text].size()) != 0)
+            if (LIST[text].size() > static_cast<std::size_t>(line + length - at) ||
+                memcmp(at, LIST[text].data(), LIST[text].size()) != 0)
                 continue;
             if (text < HEADS)
                 row = std::min(row, text);

@@ -52,6 +52,13 @@ void at_sm_reset()
     g_atSmStream.p_end = g_atSmStream.rcv_buf;
 }
 
+void at_sm_drop_record()
+{
+    memset(g_atSmStream.rcv_buf + offsetof(nas_data_rec, length), 0, sizeof(nas_data_rec::length));
+    g_atSmStream.p_cur = g_atSmStream.rcv_buf;
+    g_atSmStream.p_end = g_atSmStream.rcv_buf;
+}
+
 uint16_t at_sm_accept_record()
 {
     uint16_t length = 0;

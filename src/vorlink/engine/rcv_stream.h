@@ -18,6 +18,9 @@ extern at_sm_stream g_atSmStream;
 /// Empties the stream and zeroes its buffer.
 void at_sm_reset();
 
+/// Empties a stream of which every byte was handed out, in less time: zeros follow the text of a record.
+void at_sm_drop_record();
+
 /// Makes the record received into rcv_buf readable; a length above 1499 counts as 1499. Returns the length.
 uint16_t at_sm_accept_record();
 

@@ -83,6 +83,18 @@ int copy_collection(at_cmd_msg &msg)
                : -1;
 }
 
+/// Receives a record into the empty stream. Returns 0, -1 when none came.
+int receive_record(int32_t wait_ms)
+{
+    if (VLK_msgQ_recv(g_nasDataQid, g_atSmStream.rcv_buf, sizeof(nas_data_rec), wait_ms) == -1) {
+        trace(MINOR, "No data from NAS!\n");
+        return -1;
+    }
+    const int length = at_sm_accept_record();
+    trace(PROGRESS, "Read NAS data length %d, Content is :***\n", length);
+    return 0;
+}
+
 /// The questions in their order: the order is the protocol. Runs the handler of a notice or report.
 line_kind classify_line(at_cmd_msg &msg, const char *match, const line_texts &texts, uint32_t pos,
                         int32_t *code)
@@ -287,14 +299,7 @@ int read_from_smd(at_cmd_msg *msg, int *retcode)
     }
     clear_rmsg(*msg);
     at_sm_reset();
-    if (VLK_msgQ_recv(g_nasDataQid, g_atSmStream.rcv_buf, sizeof(nas_data_rec),
-                      wait_milliseconds(msg->timeout)) == -1) {
-        trace(MINOR, "No data from NAS!\n");
-        return -1;
-    }
-    const int length = at_sm_accept_record();
-    trace(PROGRESS, "Read NAS data length %d, Content is :***\n", length);
-    return 0;
+    return receive_record(wait_milliseconds(msg->timeout));
 }
 
 int parse_response(at_cmd_msg *msg)
@@ -315,8 +320,8 @@ int parse_exc_result(at_cmd_msg *msg)
         trace(ERROR, "parse_exc_result:error,msg is null!\n");
         return -1;
     }
-    char match[AT_MATCH_STR_SIZE + 1] = {};
-    match_text(*msg).copy(match, AT_MATCH_STR_SIZE);
+    char match[AT_MATCH_STR_SIZE + 1];
+    match[match_text(*msg).copy(match, AT_MATCH_STR_SIZE)] = '\0';
     int hcmgr_flag = 0;
     for (;;) {
         uint32_t pos = 0;
@@ -350,10 +355,10 @@ int at_process_nas_msg(int *retcode)
         trace(ERROR, "Error: retcode is null\n");
         return -1;
     }
-    at_cmd_msg msg{};
+    static at_cmd_msg msg; // nobody's: what is stored in it is not read, so it is zeroed once
     msg.req_type = ACTIVE_REPORT;
     int result = -1;
-    while (read_from_smd(&msg, retcode) == 0)
+    for (at_sm_reset(); receive_record(0) == 0; at_sm_drop_record())
         result = parse_response(&msg);
     return result;
 }
