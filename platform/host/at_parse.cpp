@@ -101,50 +101,37 @@ constexpr report_template templates[] = {
     {"^TEMPPRT", layout::fixed, {"tempprotect_event", "tempprotect_param"}},
     {"^WAKEUPIN", layout::fixed, {"value"}},
 };
-/// Where each template is: a slot of its own, told by four properties of its prefix and a factor that is found at
-/// compile time.
-struct template_slots {
-    static constexpr uint8_t NONE = 255;
+constexpr uint8_t NO_TEMPLATE = 255;
+constexpr uint32_t FACTOR = 2654435853U;
+
+/// A number from four properties of a prefix of at least two bytes, another one for every template's.
+constexpr std::size_t slot_of(std::string_view prefix)
+{
+    const auto byte = [&](std::size_t at) { return uint32_t{static_cast<unsigned char>(prefix[at])}; };
+    const std::size_t size = prefix.size();
+    const uint32_t key =
+        byte(1) << 24 | byte(size / 2) << 16 | byte(size - 1) << 8 | static_cast<uint8_t>(size);
+    return (key * FACTOR) >> 24;
+}
+
+constexpr auto TEMPLATE_IN_SLOT = [] {
     std::array<uint8_t, 256> rows{};
-    uint32_t factor = 2654435769U; // 2^32 over the golden ratio
-
-    consteval template_slots()
-    {
-        while (!fill())
-            factor += 2;
+    rows.fill(NO_TEMPLATE);
+    for (std::size_t row = 0; row < std::size(templates); ++row) {
+        uint8_t &slot = rows[slot_of(templates[row].prefix)];
+        if (slot != NO_TEMPLATE)
+            std::abort(); // two have the same slot: the compiler stops here, try another odd FACTOR
+        slot = static_cast<uint8_t>(row);
     }
-
-    constexpr std::size_t slot_of(std::string_view prefix) const
-    {
-        const auto byte = [&](std::size_t at) { return uint32_t{static_cast<unsigned char>(prefix[at])}; };
-        const std::size_t size = prefix.size();
-        const auto length = static_cast<uint32_t>(size & 255);
-        return ((byte(1) << 24 | byte(size / 2) << 16 | byte(size - 1) << 8 | length) * factor) >> 24;
-    }
-
-private:
-    /// False when two templates have the same slot.
-    constexpr bool fill()
-    {
-        rows.fill(NONE);
-        for (std::size_t row = 0; row < std::size(templates); ++row) {
-            uint8_t &slot = rows[slot_of(templates[row].prefix)];
-            if (slot != NONE)
-                return false;
-            slot = static_cast<uint8_t>(row);
-        }
-        return true;
-    }
-};
-
-constexpr template_slots SLOTS;
+    return rows;
+}();
 
 constexpr const report_template *find_template(std::string_view prefix)
 {
     if (prefix.size() < 2)
         return nullptr;
-    const std::size_t row = SLOTS.rows[SLOTS.slot_of(prefix)];
-    return row != SLOTS.NONE && templates[row].prefix == prefix ? &templates[row] : nullptr;
+    const std::size_t row = TEMPLATE_IN_SLOT[slot_of(prefix)];
+    return row != NO_TEMPLATE && templates[row].prefix == prefix ? &templates[row] : nullptr;
 }
 
 /// Finds the values: what stands behind the ':' of the first occurrence of prefix that a ':' or the end follows.

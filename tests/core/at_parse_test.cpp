@@ -80,6 +80,27 @@ TEST(AtParse, Results)
         EXPECT_EQ(parsed(c.prefix, c.line.c_str()), c.result) << c.fault;
 }
 
+TEST(AtParse, ListsThatLiveAtTheSameTimeAndLongOnesKeepTheirValues)
+{
+    std::string many = "^REPORTLINEINDEX:a";
+    std::string result = "name=a";
+    for (int i = 1; i <= 600; ++i) {
+        many += ",7";
+        result += "|index" + (i <= 10 ? std::to_string(i) : "") + "=7";
+    }
+    at_field *first = nullptr;
+    at_field *second = nullptr;
+    ASSERT_EQ(at_cmd_parse(&first, "^PLMN", "^PLMN:262,01", 0, 3), AT_PARSE_OK);
+    ASSERT_EQ(at_cmd_parse(&second, "^MODE", "^MODE:5,4", 0, 3), AT_PARSE_OK);
+    EXPECT_EQ(parsed("^REPORTLINEINDEX", many.c_str()), result);
+    free_at_cmd(first);
+    EXPECT_EQ(parsed("^PLMN", "^PLMN:001,02"), "mcc=001|mnc=02");
+    EXPECT_STREQ(second->AtFieldValue, "5");
+    EXPECT_STREQ(second->next->AtFieldValue, "4");
+    EXPECT_EQ(parsed("^REPORTLINEINDEX", many.c_str()), result);
+    free_at_cmd(second);
+}
+
 TEST(AtParse, BadArguments)
 {
     at_field *head = nullptr;

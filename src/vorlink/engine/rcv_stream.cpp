@@ -23,6 +23,7 @@ enum line_state_value : int32_t {
     INSIDE_LINE = 2
 };
 int32_t line_state = INSIDE_LINE; // carries over from chunk to chunk
+bool holds_whole_record = true;   // no more than its text and its length are not zero
 
 /// Takes a line at once when the first CR of the unread data ends it. Returns 0, or -1 when there is none: nothing is
 /// taken then.
@@ -54,13 +55,16 @@ void at_sm_reset()
 
 void at_sm_drop_record()
 {
+    if (!holds_whole_record || g_atSmStream.p_cur != g_atSmStream.p_end)
+        return at_sm_reset();
     memset(g_atSmStream.rcv_buf + offsetof(nas_data_rec, length), 0, sizeof(nas_data_rec::length));
     g_atSmStream.p_cur = g_atSmStream.rcv_buf;
     g_atSmStream.p_end = g_atSmStream.rcv_buf;
 }
 
-uint16_t at_sm_accept_record()
+uint16_t at_sm_accept_record(int stored)
 {
+    holds_whole_record = stored == sizeof(nas_data_rec);
     uint16_t length = 0;
     memcpy(&length, g_atSmStream.rcv_buf + offsetof(nas_data_rec, length), sizeof length);
     length = static_cast<uint16_t>(std::min<uint32_t>(length, NAS_DATA_MAX));

@@ -18,11 +18,12 @@ extern at_sm_stream g_atSmStream;
 /// Empties the stream and zeroes its buffer.
 void at_sm_reset();
 
-/// Empties a stream of which every byte was handed out, in less time: zeros follow the text of a record.
+/// The same in less time when a whole record was received and handed out: its text is zeroed then, zeros follow it.
 void at_sm_drop_record();
 
-/// Makes the record received into rcv_buf readable; a length above 1499 counts as 1499. Returns the length.
-uint16_t at_sm_accept_record();
+/// Makes the record received into rcv_buf, of stored bytes, readable; a length above 1499 counts as 1499. Returns the
+/// length.
+uint16_t at_sm_accept_record(int stored);
 
 /// Returns 0 when the stream is empty, -1 when unread data remains or the argument is null.
 int at_sm_is_rcv_buf_empty(at_sm_stream *p_strm);

@@ -86,11 +86,12 @@ int copy_collection(at_cmd_msg &msg)
 /// Receives a record into the empty stream. Returns 0, -1 when none came.
 int receive_record(int32_t wait_ms)
 {
-    if (VLK_msgQ_recv(g_nasDataQid, g_atSmStream.rcv_buf, sizeof(nas_data_rec), wait_ms) == -1) {
+    const int stored = VLK_msgQ_recv(g_nasDataQid, g_atSmStream.rcv_buf, sizeof(nas_data_rec), wait_ms);
+    if (stored == -1) {
         trace(MINOR, "No data from NAS!\n");
         return -1;
     }
-    const int length = at_sm_accept_record();
+    const int length = at_sm_accept_record(stored);
     trace(PROGRESS, "Read NAS data length %d, Content is :***\n", length);
     return 0;
 }
