@@ -444,6 +444,10 @@ void print_memory(pid_t pid, const char *when)
         else if (name == "RssAnon:" && status >> size)
             printf("memory/anonymous/%s %ld KiB\n", when, size);
     }
+    std::ifstream shares("/proc/" + std::to_string(pid) + "/smaps_rollup");
+    for (std::string name; shares >> name; shares.ignore(1000, '\n'))
+        if (long size = 0; name == "Pss:" && shares >> size)
+            printf("memory/proportional/%s %ld KiB\n", when, size);
 }
 
 void measure_memory(const place &where)
