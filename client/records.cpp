@@ -6,6 +6,7 @@
 
 #include <strings.h>
 
+#include "at_words.h"
 #include "last_error.h"
 #include "vlk_client.h"
 
@@ -16,37 +17,12 @@ namespace
 constexpr size_t TPDU_MAX_OCTETS = 164;  // SMS-SUBMIT with 140 octets of user data
 constexpr unsigned SMSC_MAX_OCTETS = 11; // type of number and 20 digits
 
-struct final_result {
-    int32_t code;
-    const char *text;
-};
-
-constexpr final_result FINAL_RESULTS[] = {
-    {AT_OK, "OK"},
-    {AT_CME_ERROR, "+CME ERROR"},
-    {AT_CMS_ERROR, "+CMS ERROR"},
-    {AT_ERROR, "ERROR"},
-    {AT_NO_CARRIER, "NO CARRIER"},
-    {AT_NO_ANSWER, "NO ANSWER"},
-    {AT_COMMAND_NOT_SUPPORT, "COMMAND NOT SUPPORT"},
-    {AT_TOO_MANY_PARAMETERS, "TOO MANY PARAMETERS"},
-    {AT_ATE0, "ATE0"},
-    {AT_CONNECT, "CONNECT"},
-    {AT_NO_DIALTONE, "NO DIALTONE"},
-    {AT_BUSY, "BUSY"},
-    {AT_NONE, "NONE"},
-    {0, "NONE"},
-};
-
 struct sms_action {
     const char *command;
     const char *expected;
 };
 
 constexpr sms_action SMS_ACTIONS[] = {{"AT+CMGS", "+CMGS:"}, {"AT+CMGW", "+CMGW:"}};
-
-/// Command lines that the daemon takes for the head of a two-phase exchange.
-constexpr string_view SMS_HEADS[] = {"AT+CMGS=", "AT+CMGW=", "AT^HCMGS=", "AT^HCMGW="};
 
 bool begins_with(string_view text, string_view head)
 {
@@ -72,7 +48,7 @@ int check_command(string_view command, string_view expected)
     if (expected.size() >= AT_MATCH_STR_SIZE)
         return fail(VLK_INVALID, "the expected prefix has %zu bytes, at most %d fit", expected.size(),
                     AT_MATCH_STR_SIZE - 1);
-    for (const string_view head : SMS_HEADS)
+    for (const string_view head : AT_PROMPTING_COMMANDS)
         if (begins_with(command, head))
             return fail(VLK_INVALID, "%.*s needs its PDU: use vlk_fill_sms, or vlkctl sms send or sms save",
                         static_cast<int>(head.size()), head.data());
@@ -184,8 +160,8 @@ size_t vlk_response_length(const at_cmd_msg *reply)
 
 const char *vlk_final_result(int32_t ret_val)
 {
-    for (const final_result &row : FINAL_RESULTS)
+    for (const at_final_result &row : AT_FINAL_RESULTS)
         if (row.code == ret_val)
             return row.text;
-    return "unknown result";
+    return ret_val == AT_NONE || ret_val == 0 ? "NONE" : "unknown result";
 }

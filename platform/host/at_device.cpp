@@ -20,6 +20,8 @@
 
 namespace
 {
+constexpr int HANG_UP_MS = 500;
+
 /// A pty has no lines to share, and whoever holds its other end may keep the exclusive mark alive after us.
 bool is_pty(const struct stat &about)
 {
@@ -160,6 +162,15 @@ void at_device_close(at_device &device)
     if (device.fd >= 0)
         close(device.fd);
     device = {};
+}
+
+void at_device_hang_up(const at_device &device)
+{
+    const int line = TIOCM_DTR;
+    if (device.is_socket || ioctl(device.fd, TIOCMBIC, &line) != 0)
+        return;
+    poll(nullptr, 0, HANG_UP_MS);
+    ioctl(device.fd, TIOCMBIS, &line);
 }
 
 ssize_t at_device_read(const at_device &device, std::span<char> buffer)

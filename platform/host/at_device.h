@@ -26,6 +26,9 @@ int at_device_open(at_device &device, const char *path, std::span<char> message)
 /// Closes it; a closed one is accepted.
 void at_device_close(at_device &device);
 
+/// Drops the control line that tells the modem that somebody is there (DTR) for half a second, where there is one.
+void at_device_hang_up(const at_device &device);
+
 /// Reads what is there, without waiting. Bytes read, 0 when there are none now, -1 when the device is gone.
 ssize_t at_device_read(const at_device &device, std::span<char> buffer);
 

@@ -2,25 +2,15 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
+
+#include "at_words.h"
 
 namespace
 {
 constexpr std::string_view LINE_END = "\r\n";
 constexpr std::string_view PROMPT = "> ";
 constexpr char CTRL_Z = 26;
-
-constexpr std::string_view final_texts[] = {"OK",
-                                            "ERROR",
-                                            "BUSY",
-                                            "NO CARRIER",
-                                            "NO ANSWER",
-                                            "NO DIALTONE",
-                                            "COMMAND NOT SUPPORT",
-                                            "TOO MANY PARAMETERS",
-                                            "+CME ERROR",
-                                            "+CMS ERROR",
-                                            "CONNECT",
-                                            "ATE0"};
 
 /// In text mode the header of a message names its sender in quotes or has many fields; in PDU mode it has a length.
 bool is_text_mode(std::string_view header)
@@ -40,11 +30,19 @@ bool is_no_pdu(std::string_view text)
 }
 } // namespace
 
+std::string_view at_unit::line() const
+{
+    std::string_view bare = text;
+    while (bare.ends_with('\r') || bare.ends_with('\n'))
+        bare.remove_suffix(1);
+    return bare;
+}
+
 bool at_is_final_result(std::string_view line)
 {
     // Few lines begin like one of them: the first characters spare most comparisons.
-    return !line.empty() && std::ranges::any_of(final_texts, [line](std::string_view text) {
-        return line.front() == text.front() && line.starts_with(text);
+    return !line.empty() && std::ranges::any_of(AT_FINAL_RESULTS, [line](const at_final_result &row) {
+        return line.front() == row.text[0] && line.starts_with(row.text);
     });
 }
 
@@ -55,8 +53,6 @@ void at_framing::feed(std::string_view bytes, int64_t now_ms)
     last_byte_ms = now_ms;
     for (const char c : bytes)
         take(c);
-    if (!sink.awaits_prompt())
-        flush();
 }
 
 bool at_framing::has_open_line() const
@@ -67,21 +63,17 @@ bool at_framing::has_open_line() const
 
 int64_t at_framing::due() const
 {
-    return has_open_line() || ready_count > 0 ? last_byte_ms + AT_SILENCE_MS : -1;
+    return has_open_line() ? last_byte_ms + AT_SILENCE_MS : -1;
 }
 
 void at_framing::tick(int64_t now_ms)
 {
-    if (due() < 0 || now_ms < due())
-        return;
-    if (has_open_line())
+    if (due() >= 0 && now_ms >= due())
         give_up_unit();
-    flush();
 }
 
 void at_framing::reset()
 {
-    flush();
     count = 0;
     waiting = unit::LINE;
     continued = blank = after_prompt = false;
@@ -89,13 +81,50 @@ void at_framing::reset()
 
 void at_framing::take(char c)
 {
+    const bool after_cr = count > 0 && line[count - 1] == '\r';
+    if (after_cr && line_end == at_line_end::ANY && c != '\n' && c != '\r') {
+        seen_end = at_line_end::CR;
+        complete_line_end();
+        if (count >= line.size() - 1)
+            give_up_unit();
+    }
     if (count == 0 && !continued && take_at_line_start(c))
         return;
     line[count++] = c;
-    if (c == '\n' && count > 1 && line[count - 2] == '\r')
-        end_of_line();
-    if (count == line.size())
+    if (ends_line(c)) {
+        seen_end = c == '\r' ? at_line_end::CR : after_cr ? at_line_end::CR_LF : at_line_end::LF;
+        if (!after_cr || c == '\r') {
+            line[count - 1] = '\r';
+            complete_line_end();
+        } else {
+            end_of_line();
+        }
+    }
+    if (count >= line.size() - 1 && (line_end != at_line_end::CR_LF || count == line.size()))
         give_up_unit();
+}
+
+bool at_framing::ends_line(char c) const
+{
+    switch (line_end) {
+    case at_line_end::CR_LF:
+        return c == '\n' && count > 1 && line[count - 2] == '\r';
+    case at_line_end::CR:
+        return c == '\r';
+    case at_line_end::LF:
+    case at_line_end::ANY:
+        return c == '\n';
+    }
+    return false;
+}
+
+/// The line ends with its CR alone: the LF is added.
+void at_framing::complete_line_end()
+{
+    if (count == line.size())
+        return give_up_unit();
+    line[count++] = '\n';
+    end_of_line();
 }
 
 /// Takes what is no part of a line: a prompt, which is complete with its '>', and a lone LF.
@@ -103,10 +132,10 @@ bool at_framing::take_at_line_start(char c)
 {
     const bool blank_of_prompt = after_prompt && c == ' ';
     after_prompt = c == '>';
-    if (after_prompt && !sink.swallow(">")) {
-        hand_over(PROMPT);
-        flush();
-    }
+    if (after_prompt)
+        hand_on({.text = PROMPT, .is_prompt = true});
+    else if (c == '\n' && line_end != at_line_end::CR_LF)
+        blank = true;
     return after_prompt || blank_of_prompt || c == '\n';
 }
 
@@ -131,12 +160,14 @@ void at_framing::end_of_single_line()
     const std::string_view text = text_from(0);
     const bool is_new = !continued;
     continued = false;
-    if (text.empty() || (is_new && sink.swallow(text))) {
+    if (is_new && text.empty()) {
         blank = true;
         count = 0;
         return;
     }
-    if (!is_new || !begin_unit(text))
+    if (!is_new)
+        return hand_on({.text = {line.data(), std::exchange(count, 0)}, .is_continued = true});
+    if (sink.is_echo(text) || !begin_unit(text))
         finish_unit();
 }
 
@@ -172,10 +203,9 @@ bool at_framing::begin_unit(std::string_view text)
         expect(unit::JOINED_PDU);
     else if (text.starts_with("+CBM:"))
         expect(unit::FRAMED_PDU);
-    else if (text.starts_with("^HCMGR")) {
-        flush(); // a body has its own delivery: its reader looks for the last Ctrl-Z
+    else if (text.starts_with("^HCMGR"))
         expect(unit::BODY);
-    } else if (text.starts_with("+CUSD:") && has_open_quote(text))
+    else if (text.starts_with("+CUSD:") && has_open_quote(text))
         expect(unit::QUOTE);
     return waiting != unit::LINE;
 }
@@ -197,21 +227,14 @@ void at_framing::join_lines()
 
 void at_framing::finish_unit()
 {
-    const bool ends_delivery =
-        waiting == unit::BODY || (waiting == unit::LINE && at_is_final_result(text_from(0)));
-    hand_over({line.data(), count});
-    count = 0;
-    waiting = unit::LINE;
-    if (ends_delivery)
-        flush();
+    const bool has_body = std::exchange(waiting, unit::LINE) == unit::BODY;
+    hand_on({.text = {line.data(), std::exchange(count, 0)}, .has_body = has_body});
 }
 
 /// Hands on what there is of a unit that will not be finished: too long, or its rest does not come. An LF that joins
 /// lines becomes a line end again; a CR at the end stays, since its LF may follow.
 void at_framing::give_up_unit()
 {
-    const bool is_single = waiting == unit::LINE;
-    const bool wants_next_line = waiting == unit::FRAMED_PDU; // its reader takes the next line for the PDU
     if ((waiting == unit::JOINED_PDU || waiting == unit::QUOTE) && line[count - 1] == '\n' &&
         count < line.size()) {
         line[count - 1] = '\r';
@@ -224,36 +247,18 @@ void at_framing::give_up_unit()
     const bool ends_in_cr = text.ends_with('\r');
     while (text.ends_with('\r'))
         text.remove_suffix(1);
-    const bool swallowed = is_single && !continued && !text.empty() && sink.swallow(text);
-    if (!swallowed)
-        hand_over(text);
-    if (wants_next_line)
-        flush();
-    continued = !line_ended;
+    const bool was_continued = std::exchange(continued, !line_ended);
+    if (!text.empty())
+        hand_on({.text = text, .is_continued = was_continued, .is_finished = line_ended});
     count = 0;
     if (ends_in_cr)
         line[count++] = '\r';
 }
 
-/// Appends to the next delivery, which goes out first when both do not fit in one.
-void at_framing::hand_over(std::string_view text)
+void at_framing::hand_on(at_unit made)
 {
-    if (text.empty())
-        return;
-    const std::string_view lead = blank && text.size() + LINE_END.size() <= ready.size() ? LINE_END : "";
-    blank = false;
-    if (ready_count + lead.size() + text.size() > ready.size())
-        flush();
-    lead.copy(&ready[ready_count], lead.size());
-    text.copy(&ready[ready_count] + lead.size(), text.size());
-    ready_count += lead.size() + text.size();
-}
-
-void at_framing::flush()
-{
-    if (ready_count > 0)
-        sink.deliver({ready.data(), ready_count});
-    ready_count = 0;
+    made.is_after_blank = std::exchange(blank, false) && !made.is_continued;
+    blank = !sink.take(made) && made.is_finished;
 }
 
 void at_framing::drop_extra_cr()

@@ -1,12 +1,10 @@
-// Turns the modem's bytes into deliveries of whole lines. Pure: no input or output, no clock, no heap; one thread.
+// Takes the modem's bytes apart into units: lines, prompts, and the reports that span two lines. Pure: no input or
+// output, no clock, no heap; one thread.
 //
-// What is changed on the way, and nothing else: a run of empty lines counts as one and goes with what follows it;
-// several CR before an LF count as one; an LF alone at the start of a line is dropped; a bare '>' gets its blank; a
-// +CMT or +CDS header and its PDU, and the lines of a quoted +CUSD string, are joined by a single LF into one line.
-//
-// Where a delivery ends matters to its reader, so where it does that never depends on how the bytes were read: a
-// delivery ends behind a prompt and behind a line that ends a command, but not between the lines before an awaited
-// prompt, and a ^HCMGR body has one of its own.
+// What is changed on the way, and nothing else: every line end becomes CR LF; a run of empty lines counts as one and
+// is told with the unit behind it; a bare '>' gets its blank; a +CMT or +CDS header and its PDU, and the lines of a
+// quoted +CUSD string, are joined by a single LF into one line. Which units there are never depends on how the bytes
+// were read.
 #ifndef VLK_AT_FRAMING_H
 #define VLK_AT_FRAMING_H
 
@@ -15,26 +13,43 @@
 #include <cstdint>
 #include <string_view>
 
-/// Longest delivery in bytes: what one record of the modem-data queue takes.
+/// Longest unit in bytes: what one record of the modem-data queue takes.
 inline constexpr std::size_t AT_DELIVERY_MAX = 1499;
 
 /// An unfinished line is handed on after this many milliseconds without a byte. Longer than a loaded USB modem or
 /// machine pauses inside a line, shorter than a person or a command's time limit (whole seconds) would notice.
 inline constexpr int64_t AT_SILENCE_MS = 300;
 
-/// Where a framing puts its results. Called from feed and tick.
+/// What the modem ends its lines with. ANY: not known yet, whichever comes.
+enum class at_line_end {
+    CR_LF,
+    CR,
+    LF,
+    ANY
+};
+
+struct at_unit {
+    std::string_view
+        text; ///< 1 to AT_DELIVERY_MAX bytes with the line end, if it has come; valid during the call
+    bool is_prompt = false;      ///< the text is "> "
+    bool has_body = false;       ///< a ^HCMGR header and body, which its reader wants by itself
+    bool is_continued = false;   ///< the start of this line has been a unit already
+    bool is_finished = true;     ///< the line end has come
+    bool is_after_blank = false; ///< an empty line came before it
+
+    /// The text without its line end.
+    std::string_view line() const;
+};
+
+/// Where a framing puts its units. Called from feed, tick and reset.
 class at_framing_sink
 {
 public:
-    /// Asked for each line (without its line end) and each prompt (">"). True: it is meant for the proxy itself and
-    /// goes no further.
-    virtual bool swallow(std::string_view text) = 0;
+    /// False: it goes no further, as if an empty line stood there.
+    virtual bool take(const at_unit &unit) = 0;
 
-    /// Asked when finished lines are ready. True: a prompt or a final result is about to come, they go with it.
-    virtual bool awaits_prompt() const { return false; }
-
-    /// Takes one delivery of 1 to AT_DELIVERY_MAX bytes, valid during the call.
-    virtual void deliver(std::string_view text) = 0;
+    /// Asked before a line's first character decides how it goes on. True: it is an echo, no header of anything.
+    virtual bool is_echo(std::string_view line) const = 0;
 
 protected:
     ~at_framing_sink() = default;
@@ -48,11 +63,11 @@ class at_framing
 public:
     constexpr explicit at_framing(at_framing_sink &receiver) : sink(receiver) {}
 
-    /// Takes bytes as they were read at now_ms (monotonic milliseconds). Delivers everything up to the last complete
-    /// line, or prompt, before it returns; lines before an awaited prompt wait for it.
+    /// Takes bytes as they were read at now_ms (monotonic milliseconds). Every unit that they finish has been handed
+    /// on when it returns.
     void feed(std::string_view bytes, int64_t now_ms);
 
-    /// Hands on the unfinished line, and lines that wait for a prompt, when they are due.
+    /// Hands on the unfinished line when it is due.
     void tick(int64_t now_ms);
 
     /// Time at which tick has something to do, -1 for none.
@@ -60,6 +75,12 @@ public:
 
     /// Forgets the unfinished line: the modem behind the bytes is another one now.
     void reset();
+
+    /// How lines end from here on.
+    void set_line_end(at_line_end how) { line_end = how; }
+
+    /// How the last line ended; ANY before the first.
+    at_line_end last_line_end() const { return seen_end; }
 
 private:
     /// What ends the unit in `line`.
@@ -74,6 +95,8 @@ private:
     bool has_open_line() const;
     void take(char c);
     bool take_at_line_start(char c);
+    bool ends_line(char c) const;
+    void complete_line_end();
     void end_of_line();
     void end_of_single_line();
     void end_of_pdu();
@@ -82,18 +105,17 @@ private:
     void join_lines();
     void finish_unit();
     void give_up_unit();
-    void hand_over(std::string_view text);
-    void flush();
+    void hand_on(at_unit made);
     void drop_extra_cr();
     std::string_view text_from(std::size_t start) const;
 
     at_framing_sink &sink;
-    std::array<char, AT_DELIVERY_MAX> ready{}; ///< finished units, the next delivery
-    std::array<char, AT_DELIVERY_MAX> line{};  ///< the unit being put together
-    std::size_t ready_count = 0;
-    std::size_t count = 0;     ///< bytes in line
-    std::size_t header = 0;    ///< bytes of line that are a finished header
-    unit waiting = unit::LINE; ///< what ends the unit
+    std::array<char, AT_DELIVERY_MAX> line{}; ///< the unit being put together
+    std::size_t count = 0;                    ///< bytes in line
+    std::size_t header = 0;                   ///< bytes of line that are a finished header
+    unit waiting = unit::LINE;                ///< what ends the unit
+    at_line_end line_end = at_line_end::CR_LF;
+    at_line_end seen_end = at_line_end::ANY;
     bool free_text = false;    ///< what follows the header may be any text, not only a PDU
     bool continued = false;    ///< the start of this line has been handed on already
     bool blank = false;        ///< an empty line waits for what follows it

@@ -30,6 +30,7 @@ struct plain_queue {
     std::atomic<uint32_t> count{0}; ///< changed under the lock
     uint32_t *lengths = nullptr;
     uint8_t *records = nullptr;
+    std::atomic<uint32_t> taken{0}; ///< records that have left it, since it was made
 
     uint8_t *slot(uint32_t index) { return records + size_t{index} * record_size; }
     uint32_t wrapped(uint32_t index) const { return index < capacity ? index : index - capacity; }
@@ -56,6 +57,7 @@ struct plain_queue {
         memcpy(record, slot(first), length);
         first = wrapped(first + 1);
         count.store(count - 1, std::memory_order_relaxed);
+        ++taken;
         return length;
     }
 };
@@ -103,6 +105,35 @@ void plain_queues_give_up(uint32_t request)
     }
 }
 
+uint32_t plain_queue_taken(int32_t id)
+{
+    const plain_queue *const queue = slot_of(id);
+    return queue == nullptr ? 0 : queue->taken.load();
+}
+
+void plain_queue_drop(int32_t id, uint64_t which)
+{
+    plain_queue *const queue = slot_of(id);
+    if (queue == nullptr)
+        return;
+    const std::lock_guard guard(queue->lock);
+    if (queue->id != id)
+        return;
+    uint32_t kept = 0;
+    for (uint32_t place = 0; place < queue->count; ++place) {
+        if (place < 64 && (which >> place & 1U) != 0)
+            continue;
+        const uint32_t from = (queue->first + place) % queue->capacity;
+        const uint32_t to = (queue->first + kept++) % queue->capacity;
+        if (from == to)
+            continue;
+        memcpy(queue->slot(to), queue->slot(from), queue->lengths[from]);
+        queue->lengths[to] = queue->lengths[from];
+    }
+    queue->taken += queue->count - kept;
+    queue->count = kept;
+}
+
 int32_t VLK_msgQ_create(uint32_t key, uint32_t capacity, uint32_t record_size)
 {
     if (capacity == 0 || record_size == 0 || uint64_t{capacity} * record_size > QUEUE_BYTES_MAX)
@@ -128,6 +159,7 @@ int32_t VLK_msgQ_create(uint32_t key, uint32_t capacity, uint32_t record_size)
         queue.record_size = record_size;
         queue.first = 0;
         queue.count = 0;
+        queue.taken = 0;
         queue.id = next_id(index);
         return queue.id;
     }

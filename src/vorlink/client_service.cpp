@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "at_words.h"
 #include "bounded.h"
 #include "engine/command_transaction.h"
 #include "engine/record_text.h"
@@ -22,12 +23,6 @@ constexpr int UNKNOWN_REPORT = 1;             // error code
 bool is_at_command(const at_cmd_msg &msg)
 {
     return At_strncasecmp(msg.snd_rcv_msg.cmd, "AT", 2) == 0;
-}
-
-bool asks_for_network_list(const at_cmd_msg &msg)
-{
-    const std::string_view text = command_text(msg);
-    return text.find("+COPS=?") != std::string_view::npos || text.find("+cops=?") != std::string_view::npos;
 }
 
 /// Takes at most one record of pending modem data into the stream, for the next parse.
@@ -55,7 +50,7 @@ int serve_request(at_cmd_msg &msg, int *retcode)
             return at_send_or_save_msg(&msg, retcode);
         return at_send_normal_cmd_msg(&msg, retcode);
     case AT_RAW_COMMAND:
-        if (asks_for_network_list(msg))
+        if (at_asks_for_network_list(command_text(msg)))
             msg.timeout = NETWORK_LIST_TIMEOUT;
         return at_send_normal_cmd_msg(&msg, retcode);
     case ACTIVE_REPORT:

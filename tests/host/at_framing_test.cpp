@@ -15,31 +15,31 @@ namespace
 using texts = std::vector<std::string>;
 
 struct recorder final : at_framing_sink {
-    texts deliveries;
-    std::string own = "AT+CSQ"; ///< the line that the proxy takes for itself
+    std::string own = "AT+CSQ"; ///< an echo
+    std::string joined;
+    texts units;
 
-    bool swallow(std::string_view text) override { return text == own; }
-    void deliver(std::string_view text) override
+    bool is_echo(std::string_view line) const override { return line == own; }
+    bool take(const at_unit &unit) override
     {
-        EXPECT_LE(text.size(), 1499U);
-        EXPECT_FALSE(text.empty() || text.ends_with('\r')) << "a CR LF was cut";
-        deliveries.emplace_back(text);
-    }
-
-    std::string joined() const
-    {
-        std::string all;
-        for (const std::string &text : deliveries)
-            all += text;
-        return all;
+        EXPECT_LE(unit.text.size(), 1499U);
+        EXPECT_FALSE(unit.text.empty() || unit.text.ends_with('\r')) << "a CR LF was cut";
+        EXPECT_EQ(unit.is_prompt, unit.text == "> ");
+        if (unit.line() == own || (unit.is_continued && unit.text == "\r\n"))
+            return false;
+        units.push_back((unit.is_after_blank && unit.text.size() < 1498 ? "\r\n" : "") +
+                        std::string(unit.text));
+        joined += units.back();
+        return true;
     }
 };
 
 /// Feeds the pieces without a pause between them, then lets the modem be silent.
-recorder run(const std::vector<std::string_view> &pieces)
+recorder run(const std::vector<std::string_view> &pieces, at_line_end how = at_line_end::CR_LF)
 {
     recorder sink;
     at_framing framing(sink);
+    framing.set_line_end(how);
     for (const std::string_view piece : pieces)
         framing.feed(piece, 1000);
     framing.tick(1300);
@@ -50,7 +50,7 @@ recorder run(const std::vector<std::string_view> &pieces)
 struct transcript {
     const char *fault;
     std::string in;
-    std::string expected{}; ///< when read whole; nothing: as it came, in one piece
+    std::string expected{}; ///< nothing: as it came
 };
 
 const std::string PDU = "00040B911234567890F0";
@@ -58,15 +58,15 @@ const std::string LONG(1499, 'x');
 
 const transcript transcripts[] = {
     {"an answer must arrive as it is, in one piece", "~+CSQ: 20,99~~OK~"},
-    {"what is complete must not wait for the rest", "~OK~~+CIEV: 7", "~OK~|~+CIEV: 7"},
-    {"a second final result must not get into the first one's response", "~OK~OK~", "~OK~|OK~"},
+    {"what is complete must not wait for the rest", "~OK~~+CIEV: 7", "~OK~~+CIEV: 7"},
+    {"a second final result must not get into the first one's response", "~OK~OK~", "~OK~OK~"},
     {"empty lines must not be a delivery of their own", "~OK~~~", "~OK~"},
     {"the lines before the prompt belong to its delivery", "~^HCSQ: 1~~> "},
     {"a prompt without its blank", "~>", "~> "},
     {"a prompt with half a line end and no blank", "\n>", "> "},
     {"a report between prompt and PDU must not hide behind the prompt", "~> +CMTI: \"ME\",1~",
-     "~> |+CMTI: \"ME\",1~"},
-    {"the same with its empty line", "~> ~+CMTI: \"ME\",1~", "~> |~+CMTI: \"ME\",1~"},
+     "~> +CMTI: \"ME\",1~"},
+    {"the same with its empty line", "~> ~+CMTI: \"ME\",1~", "~> ~+CMTI: \"ME\",1~"},
     {"a greater-than inside a line is no prompt", "a> b~"},
     {"a final result without its leading CR", "\nNO CARRIER~", "NO CARRIER~"},
     {"a lone LF or CR inside a line ends nothing", "A\nB\rC~"},
@@ -84,41 +84,72 @@ const transcript transcripts[] = {
     {"+CMTI and +CDSI have no second line", "+CMTI: \"ME\",1~+CDSI: \"ME\",2~OK~"},
     {"+CDS must be one line", "~+CDS: 24~0791435606~", "~+CDS: 24\n0791435606~"},
     {"+CDS in text mode has no second line", "+CDS: 6,202,\"+49\",145,\"a\",\"b\",0~OK~"},
-    {"lines before a header must not wait for its PDU", "OK~+CMT: ,24~00", "OK~|+CMT: ,24\n00"},
+    {"lines before a header must not wait for its PDU", "OK~+CMT: ,24~00", "OK~+CMT: ,24\n00"},
     {"+CBM keeps its two lines", "~+CBM: 88~46A011~~+CBM: 65~~46A0~", "~+CBM: 88~46A011~~+CBM: 65~46A0~"},
     {"a ^HCMGR body holds lines, prompts and empty lines", "~^HCMGR: 1,2~hi~~> OK~#~~OK~",
-     "~^HCMGR: 1,2~hi~~> OK~#~|~OK~"},
+     "~^HCMGR: 1,2~hi~~> OK~#~~OK~"},
     {"+CUSD lines must be one line", "~+CUSD: 1,\"Menu:~1. Balance~~> OK\",15~OK~",
      "~+CUSD: 1,\"Menu:\n1. Balance\n\n> OK\",15~OK~"},
 
-    {"a cut between CR and LF", LONG.substr(1) + "~OK~", LONG.substr(1) + "|~OK~"},
+    {"a cut between CR and LF", LONG.substr(1) + "~OK~", LONG.substr(1) + "~OK~"},
     {"a full line leaves no room for the empty one before it", "~" + LONG + "~", LONG},
-    {"a longer line must be cut in order", LONG + "> y~OK~", LONG + "|> y~OK~"},
+    {"a longer line must be cut in order", LONG + "> y~OK~", LONG + "> y~OK~"},
     {"lines must not be cut where the delivery is full", "A~" + LONG.substr(2) + "~",
-     "A~|" + LONG.substr(2) + "~"},
+     "A~" + LONG.substr(2) + "~"},
     {"an endless quote ends with the delivery", "+CUSD: 1,\"~" + LONG + "~OK~",
-     "+CUSD: 1,\"\n" + LONG.substr(11) + "|" + LONG.substr(1499 - 11) + "~OK~"},
+     "+CUSD: 1,\"\n" + LONG.substr(11) + "" + LONG.substr(1499 - 11) + "~OK~"},
     {"1499 CR are no line", std::string(1499, '\r') + "\nOK~", "~OK~"},
 };
+
+/// Whole, byte by byte and cut at each position.
+void expect_text(const std::string &in, const std::string &expected, at_line_end how)
+{
+    EXPECT_EQ(run({in}, how).joined, expected);
+    std::vector<std::string_view> bytes;
+    for (size_t i = 0; i < in.size(); ++i)
+        bytes.push_back(std::string_view(in).substr(i, 1));
+    EXPECT_EQ(run(bytes, how).joined, expected) << "byte by byte";
+    for (size_t cut = 1; cut < in.size(); ++cut)
+        ASSERT_EQ(run({std::string_view(in).substr(0, cut), std::string_view(in).substr(cut)}, how).joined,
+                  expected)
+            << "cut at " << cut;
+}
 
 TEST(Framing, Transcripts)
 {
     for (const transcript &row : transcripts) {
         SCOPED_TRACE(row.fault);
-        const std::string text = modem_text(row.in);
-        const std::string_view in = text;
-        const recorder whole = run({in});
-        EXPECT_EQ(whole.deliveries, modem_chunks(row.expected.empty() ? row.in : row.expected));
-
-        std::vector<std::string_view> bytes;
-        for (size_t i = 0; i < in.size(); ++i)
-            bytes.push_back(in.substr(i, 1));
-        EXPECT_EQ(run(bytes).joined(), whole.joined()) << "byte by byte";
-
-        for (size_t cut = 1; cut < in.size(); ++cut) {
-            ASSERT_EQ(run({in.substr(0, cut), in.substr(cut)}).joined(), whole.joined()) << "cut at " << cut;
-        }
+        const std::string expected = modem_text(row.expected.empty() ? row.in : row.expected);
+        expect_text(modem_text(row.in), expected, at_line_end::CR_LF);
     }
+}
+
+TEST(Framing, EveryLineEndBecomesCrLf)
+{
+    const std::string answer = "~+CSQ: 20,99~~OK~+CMT: ,24~00040B~";
+    const struct {
+        const char *line_end;
+        at_line_end how;
+    } modems[] = {{"\r", at_line_end::CR}, {"\n", at_line_end::LF}, {"\r\r\n", at_line_end::CR_LF}};
+    for (const auto &modem : modems) {
+        std::string in;
+        for (const char c : answer)
+            in += c == '~' ? modem.line_end : std::string(1, c);
+        SCOPED_TRACE(testing::PrintToString(in));
+        expect_text(in, "\r\n+CSQ: 20,99\r\n\r\nOK\r\n+CMT: ,24\n00040B\r\n", modem.how);
+        recorder sink;
+        at_framing framing(sink);
+        EXPECT_EQ(framing.last_line_end(), at_line_end::ANY);
+        framing.set_line_end(at_line_end::ANY);
+        framing.feed(in + "+", 0);
+        EXPECT_EQ(framing.last_line_end(), modem.how);
+        EXPECT_TRUE(sink.joined.ends_with("+CMT: ,24\n00040B\r\n"));
+    }
+    for (const at_line_end how : {at_line_end::CR, at_line_end::LF, at_line_end::ANY})
+        for (const std::string &line :
+             {std::string(1496, 'x'), std::string(1497, 'x'), std::string(1498, 'x'), std::string(3000, 'x'),
+              "+CUSD: 1,\"" + std::string(1484, '\n')})
+            run({line, "\r\n", line, "\r\r", line, "\n"}, how); // no room for what a line end grows by
 }
 
 struct pause_case {
@@ -150,13 +181,13 @@ TEST(Framing, SilenceEndsEveryWait)
         at_framing framing(sink);
         framing.feed(modem_text(row.before), 5000);
         framing.tick(5299);
-        EXPECT_EQ(sink.deliveries, texts{}) << "too early";
+        EXPECT_EQ(sink.joined, "") << "too early";
         EXPECT_EQ(framing.due(), 5300);
         framing.tick(5300);
-        EXPECT_EQ(sink.joined(), modem_text(row.delivered));
-        sink.deliveries.clear();
+        EXPECT_EQ(sink.joined, modem_text(row.delivered));
+        sink.joined.clear();
         framing.feed(modem_text(row.after), 6000);
-        EXPECT_EQ(sink.deliveries, texts{modem_text(row.then)});
+        EXPECT_EQ(sink.joined, modem_text(row.then));
     }
 }
 
@@ -166,11 +197,11 @@ TEST(Framing, ResetForgetsTheOtherModem)
     at_framing framing(sink);
     for (const char *half : {"+CMT: ,24\r\n00", "\r\n+CU", "\r\n>"}) {
         framing.feed(half, 0);
-        sink.deliveries.clear();
+        sink.joined.clear();
         framing.reset();
         EXPECT_EQ(framing.due(), -1);
         framing.feed(" \r\n", 0);
-        EXPECT_EQ(sink.joined(), " \r\n") << half;
+        EXPECT_EQ(sink.joined, " \r\n") << half;
     }
 }
 

@@ -11,21 +11,13 @@
 #include "two_bytes.h"
 #include "vorlink/vorlink_trace.h"
 
-constexpr std::array<vlk_result_row, 13> vlk_result_table = {{
-    {AT_OK, "OK"},
-    {AT_CME_ERROR, "+CME ERROR"},
-    {AT_CMS_ERROR, "+CMS ERROR"},
-    {AT_ERROR, "ERROR"},
-    {AT_NO_CARRIER, "NO CARRIER"},
-    {AT_NO_ANSWER, "NO ANSWER"},
-    {AT_COMMAND_NOT_SUPPORT, "COMMAND NOT SUPPORT"},
-    {AT_TOO_MANY_PARAMETERS, "TOO MANY PARAMETERS"},
-    {AT_ATE0, "ATE0"},
-    {AT_CONNECT, "CONNECT"},
-    {AT_NO_DIALTONE, "NO DIALTONE"},
-    {AT_BUSY, "BUSY"},
-    {AT_NONE, nullptr},
-}};
+constexpr std::array<vlk_result_row, AT_FINAL_RESULTS.size() + 1> vlk_result_table = [] {
+    std::array<vlk_result_row, AT_FINAL_RESULTS.size() + 1> rows{};
+    for (std::size_t row = 0; row < AT_FINAL_RESULTS.size(); ++row)
+        rows[row] = {AT_FINAL_RESULTS[row].code, AT_FINAL_RESULTS[row].text};
+    rows.back() = {AT_NONE, nullptr};
+    return rows;
+}();
 
 namespace
 {

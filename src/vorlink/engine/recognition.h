@@ -6,7 +6,7 @@
 #include <array>
 #include <cstdint>
 
-#include "at_cmd_msg.h"
+#include "at_words.h"
 #include "line_texts.h"
 
 struct vlk_result_row {
@@ -15,7 +15,7 @@ struct vlk_result_row {
 };
 
 /// The final result codes in the order in which they are tried.
-extern const std::array<vlk_result_row, 13> vlk_result_table;
+extern const std::array<vlk_result_row, AT_FINAL_RESULTS.size() + 1> vlk_result_table;
 
 /// Returns 0 when the line begins with a final result code, which is stored in *err_code; -1 when not, or for a null
 /// argument.

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <span>
 
+#include "at_words.h"
 #include "bounded.h"
 #include "command_transaction.h"
 #include "record_text.h"
@@ -127,7 +128,7 @@ int at_cmd_is_smssw(const char *cmd_buf)
         trace(ERROR, "at_cmd_is_smssw : error,cmd_buf is null!\n");
         return -1;
     }
-    for (const char *command : {"AT+CMGS=", "AT+CMGW=", "AT^HCMGS=", "AT^HCMGW="}) {
+    for (const char *command : AT_PROMPTING_COMMANDS) {
         if (At_strncasecmp(cmd_buf, command, VLK_strlen_s(command)) == 0) {
             trace(DETAIL, "sms send or save cmd!\n");
             return 0;

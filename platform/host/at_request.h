@@ -1,0 +1,30 @@
+// What a command's text says about itself, by its words alone. Pure; any thread.
+#ifndef VLK_AT_REQUEST_H
+#define VLK_AT_REQUEST_H
+
+#include <string_view>
+
+/// Why a request's text must not be written to the modem; nullptr when it may. is_sms: the daemon runs it as a
+/// two-phase exchange, the text is then the command line, CR, the message and Ctrl-Z (what follows is ignored);
+/// otherwise it is one command line, CR and LF at its end are not looked at. One sentence, a constant.
+const char *at_request_fault(std::string_view text, bool is_sms);
+
+/// The same for a command line without its CR.
+const char *at_line_fault(std::string_view line);
+
+/// The same for the message of an exchange with this command line: message and Ctrl-Z.
+const char *at_message_fault(std::string_view line, std::string_view message);
+
+/// True for the first half of a two-phase exchange.
+bool at_asks_for_prompt(std::string_view line);
+
+/// True when the modem may answer otherwise from now on: echo, verbose, result codes or +CMEE are another, or reset.
+bool at_changes_settings(std::string_view line);
+
+/// The command's name without any parameter ("AT+COPS", "ATD"), part of line: what may be shown to anybody.
+std::string_view at_command_name(std::string_view line);
+
+/// True when needle occurs in text, upper and lower case alike.
+bool at_mentions(std::string_view text, std::string_view needle);
+
+#endif
