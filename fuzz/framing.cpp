@@ -1,8 +1,9 @@
-// The AT proxy's framing. Input: options; the modem's bytes; 0xFE stands for silence, 0xFD for another modem.
+// The AT proxy's framing, and the AT link around it. Input: options; the modem's bytes; 0xFE stands for silence, 0xFD
+// for another modem, and behind the link 0xFC to 0xF8 for what the daemon and its clients do.
 #include <string>
 #include <vector>
 
-#include "at_framing.h"
+#include "at_link.h"
 #include "fuzz.h"
 
 namespace
@@ -13,34 +14,21 @@ class recorder final : public at_framing_sink
 public:
     explicit recorder(uint8_t choice) : options(choice) {}
 
-    bool swallow(std::string_view text) override
+    bool take(const at_unit &unit) override
     {
-        require(!text.empty() && text.size() <= AT_DELIVERY_MAX, "a line that is asked about has a text");
-        const bool taken = (swallows_echo() && text.starts_with("AT")) || (swallows_prompts() && text == ">");
-        asked.emplace_back(text);
-        return taken;
+        require(!unit.text.empty() && unit.text.size() <= AT_DELIVERY_MAX, "a unit has 1 to 1499 bytes");
+        require(unit.is_prompt == (unit.text == "> " && !unit.is_continued && unit.is_finished) ||
+                    !unit.is_prompt,
+                "a prompt is its two bytes");
+        text += unit.text;
+        return (options & 4) == 0 || !unit.is_prompt;
+    }
+    bool is_echo(std::string_view line) const override
+    {
+        return (options & 2) != 0 && line.starts_with("AT");
     }
 
-    bool awaits_prompt() const override { return (options & 1) != 0; }
-    bool swallows_echo() const { return (options & 2) != 0; }
-    bool swallows_prompts() const { return (options & 4) != 0; }
-
-    void deliver(std::string_view text) override
-    {
-        require(!text.empty() && text.size() <= AT_DELIVERY_MAX, "a delivery has 1 to 1499 bytes");
-        deliveries.emplace_back(text);
-    }
-
-    std::string text() const
-    {
-        std::string whole;
-        for (const std::string &delivery : deliveries)
-            whole += delivery;
-        return whole;
-    }
-
-    std::vector<std::string> asked;
-    std::vector<std::string> deliveries;
+    std::string text;
 
 private:
     uint8_t options;
@@ -64,6 +52,7 @@ recorder run(std::string_view bytes, uint8_t options, std::size_t longest, uint3
 {
     recorder sink(options);
     at_framing framing(sink);
+    framing.set_line_end(static_cast<at_line_end>(options >> 3 & 3));
     int64_t now = 0;
     const auto pass_silence = [&] {
         now += AT_SILENCE_MS;
@@ -90,6 +79,85 @@ recorder run(std::string_view bytes, uint8_t options, std::size_t longest, uint3
     return sink;
 }
 
+/// What the link may do, whatever the modem says: one answer a command, no message but at a prompt.
+struct port final : at_link_port {
+    std::size_t answers = 0, lines = 0, texts = 0, prompts = 0;
+    std::size_t written = 0;
+
+    void note_line(std::string_view text)
+    {
+        require(text.find('\r') == text.npos || text.find('\r') == text.size() - 1, "one line a write");
+        (text.ends_with("\x1a\r") ? texts : lines) += 1;
+        require(texts <= prompts, "no message without its prompt");
+    }
+    void write(std::string_view text) override
+    {
+        written += text.size();
+        note_line(text);
+    }
+    void deliver(std::string_view text, bool) override
+    {
+        require(!text.empty() && text.size() <= AT_DELIVERY_MAX, "a delivery has 1 to 1499 bytes");
+    }
+    void tell(at_notice, std::string_view) override {}
+    void tell_debt(std::string_view) override {}
+    void hang_up() override {}
+    void reopen() override {}
+};
+
+void run_link(std::string_view bytes)
+{
+    port results;
+    at_link link(results);
+    int64_t now = 0;
+    uint32_t request = 0;
+    link.opened(now);
+    while (!bytes.empty()) {
+        const std::string piece(
+            bytes.substr(0, std::min(bytes.find_first_of("\xFE\xFD\xFC\xFB\xFA\xF9\xF8"), AT_FEED_MAX)));
+        bytes.remove_prefix(piece.size());
+        results.prompts += static_cast<std::size_t>(std::ranges::count(piece, '>'));
+        const std::size_t before = results.written;
+        link.feed(piece, now++);
+        require(results.written - before < 4096, "a modem's bytes make no flood");
+        if (!piece.empty() && piece.size() == AT_FEED_MAX)
+            continue;
+        switch (bytes.empty() ? 0 : static_cast<unsigned char>(bytes.front())) {
+        case 0xFE:
+            now += 1000;
+            link.tick(now);
+            require(link.due() < 0 || link.due() > now, "nothing is due for ever");
+            break;
+        case 0xFD:
+            link.closed();
+            link.opened(now);
+            break;
+        case 0xFC:
+            if (link.send("AT+CSQ\r", {++request, 2000, false}, now) == at_sent::WRITE)
+                results.note_line("AT+CSQ\r");
+            break;
+        case 0xFB:
+            if (link.send("AT+CMGS=2\r", {++request, 0, true}, now) == at_sent::WRITE)
+                results.note_line("AT+CMGS=2\r");
+            break;
+        case 0xFA:
+            if (link.send("00\x1a\r", {request, 0, false}, now) == at_sent::WRITE)
+                results.note_line("00\x1a\r");
+            break;
+        case 0xF9:
+            link.asker_gone(request, now);
+            break;
+        case 0xF8:
+            if (link.send("ATZ\r", {++request, 2000, false}, now) == at_sent::WRITE)
+                link.unsent();
+            break;
+        default:
+            break;
+        }
+        bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 1));
+    }
+}
+
 } // namespace
 
 int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
@@ -98,17 +166,12 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
     const uint8_t options = in.take_byte();
     const uint32_t seed = in.take_byte();
     const std::string_view bytes = in.take(size);
+    run_link(bytes);
     const recorder whole = run(bytes, options, WHOLE, 0);
-    for (const std::size_t longest : {std::size_t{1}, std::size_t{3}, std::size_t{64}}) {
-        const recorder cut = run(bytes, options, longest, seed);
-        require(cut.text() == whole.text(), "every cut of the bytes gives the same text");
-        require(cut.asked == whole.asked, "every cut of the bytes asks about the same lines");
-        if (whole.awaits_prompt())
-            require(cut.deliveries == whole.deliveries,
-                    "deliveries before a prompt do not depend on the cut");
-    }
-    const bool loses_text = whole.swallows_echo() || whole.swallows_prompts();
-    if (!loses_text && bytes.find('\xFD') == bytes.npos)
-        require(visible(whole.text()) == visible(bytes), "nothing is lost, nothing invented");
+    for (const std::size_t longest : {std::size_t{1}, std::size_t{3}, std::size_t{64}})
+        require(run(bytes, options, longest, seed).text == whole.text,
+                "every cut of the bytes gives the same text");
+    if (bytes.find('\xFD') == bytes.npos)
+        require(visible(whole.text) == visible(bytes), "nothing is lost, nothing invented");
     return 0;
 }

@@ -831,7 +831,7 @@ void at_link::climb()
     switch (rung) {
     case 1:
         tell_once(at_notice::ASKED_AGAIN);
-        return ask();
+        return ask_stage(heard ? stages::SETTINGS : stage); // silence is what a modem without results answers
     case 2:
         tell_once(at_notice::TEXT_LEFT);
         port.write(ESCAPE);

@@ -157,6 +157,6 @@ std::string_view at_command_name(std::string_view line)
 
 bool at_mentions(std::string_view text, std::string_view needle)
 {
-    return std::ranges::search(text, needle, [](char a, char b) { return upper(a) == upper(b); }).begin() !=
-           text.end();
+    return std::search(text.begin(), text.end(), needle.begin(), needle.end(),
+                       [](char a, char b) { return upper(a) == upper(b); }) != text.end();
 }

@@ -1,4 +1,4 @@
-// From the modem's bytes to the client's record: each transcript goes through the real framing and the real core, read
+// From the modem's bytes to the client's record: each transcript goes through the real AT link and the real core, read
 // whole, byte by byte and cut at each position, with and without a silence wherever no line is open. A silence inside
 // a line is a line of its own for the daemon, by design, and not tried here.
 #include <fstream>
@@ -7,7 +7,7 @@
 #include <sstream>
 
 #include "../core/core_test.h"
-#include "at_framing.h"
+#include "at_link.h"
 #include "vorlink/engine/command_transaction.h"
 #include "vorlink/engine/sms_transaction.h"
 
@@ -60,46 +60,71 @@ std::vector<transcript> read_transcripts()
     return all;
 }
 
-/// The proxy, as far as the framing can tell.
-struct recorder final : at_framing_sink {
-    explicit recorder(const transcript &row) : echo(row.command + "\r"), awaiting(row.sends_message()) {}
+constexpr char PDU[] = "0011000B91\x1A";
 
-    bool swallow(std::string_view text) override
-    {
-        if (text == ">" || at_is_final_result(text))
-            awaiting = false;
-        return text == echo;
-    }
-    bool awaits_prompt() const override { return awaiting; }
-    void deliver(std::string_view text) override { deliveries.emplace_back(text); }
+struct recorder final : at_link_port {
+    void write(std::string_view) override {}
+    void deliver(std::string_view text, bool) override { deliveries.emplace_back(text); }
+    void tell(at_notice, std::string_view) override {}
+    void tell_debt(std::string_view) override {}
+    void hang_up() override {}
+    void reopen() override {}
 
-    std::string echo;
-    bool awaiting;
     texts deliveries;
 };
 
+/// A link behind which a modem has come, and the daemon's part of an exchange.
+struct session {
+    recorder port;
+    at_link link{port};
+    bool owes_message = false;
+
+    session(const transcript &row, bool runs_command)
+    {
+        link.opened(0);
+        for (const char *answer : {"OK", "OK", "+CMEE: 1\r\nOK", "ERROR", "ERROR", "+CMEE: 1\r\nOK"})
+            link.feed(std::string(answer) + "\r\n", 0);
+        EXPECT_TRUE(link.is_free());
+        if (!runs_command)
+            return;
+        EXPECT_EQ(link.send(row.command + "\r", {}, 0), at_sent::WRITE);
+        owes_message = row.sends_message();
+    }
+
+    void feed(std::string_view bytes, int64_t now)
+    {
+        link.feed(bytes, now);
+        if (owes_message && !port.deliveries.empty()) {
+            link.send(std::string(PDU) + "\r", {}, now);
+            owes_message = false;
+        }
+    }
+
+    /// No line is open.
+    bool may_be_silent(int64_t now) const { return link.due() < 0 || link.due() > now + AT_SILENCE_MS; }
+};
+
 /// Nothing when a silence was asked for and a line is open at each of its places.
-texts frame(const transcript &row, const std::vector<std::size_t> &cuts, bool silences)
+texts frame(const transcript &row, bool runs_command, const std::vector<std::size_t> &cuts, bool silences)
 {
-    recorder sink(row);
-    at_framing framing(sink);
+    session modem(row, runs_command);
     int64_t now = 1000;
     std::size_t begin = 0;
     bool silent = false;
     for (const std::size_t cut : cuts) {
-        framing.feed(std::string_view(row.bytes).substr(begin, cut - begin), now);
+        modem.feed(std::string_view(row.bytes).substr(begin, cut - begin), now);
         begin = cut;
-        if (silences && framing.due() < 0) {
-            now += 10 * AT_SILENCE_MS;
-            framing.tick(now);
+        if (silences && modem.may_be_silent(now)) {
+            now += 4 * AT_SILENCE_MS;
+            modem.link.tick(now);
             silent = true;
         }
     }
     if (silences && !silent)
         return {};
-    framing.feed(std::string_view(row.bytes).substr(begin), now);
-    framing.tick(now + AT_SILENCE_MS);
-    return sink.deliveries;
+    modem.feed(std::string_view(row.bytes).substr(begin), now);
+    modem.link.tick(now + AT_SILENCE_MS);
+    return modem.port.deliveries;
 }
 
 /// How the daemon meets the bytes.
@@ -151,7 +176,7 @@ outcome run(const transcript &row, const use &how, const texts &deliveries)
     std::vector<fake::delivery> answer;
     for (const std::string &text : deliveries)
         answer.push_back({static_cast<int32_t>(answer.size()) + 1, text});
-    const std::string pdu = row.sends_message() ? "\r0011000B91\x1A" : "";
+    const std::string pdu = row.sends_message() ? std::string("\r") + PDU : "";
     at_cmd_msg msg = command(row.command + pdu, how.with_prefix ? row.prefix() : "", 5000, how.collected);
     fake::on_write(row.command + "\r", answer);
 
@@ -176,7 +201,7 @@ outcome run(const transcript &row, const use &how, const texts &deliveries)
 }
 
 /// Every way to read the bytes: whole, cut once, byte by byte; each with and without silences.
-std::set<texts> all_deliveries(const transcript &row, std::size_t *runs)
+std::set<texts> all_deliveries(const transcript &row, bool runs_command, std::size_t *runs)
 {
     std::vector<std::vector<std::size_t>> ways(1);
     for (std::size_t cut = 1; cut < row.bytes.size(); ++cut)
@@ -186,7 +211,7 @@ std::set<texts> all_deliveries(const transcript &row, std::size_t *runs)
     std::set<texts> distinct;
     for (const auto &cuts : ways)
         for (const bool silences : {false, true})
-            if (const texts deliveries = frame(row, cuts, silences); !deliveries.empty()) {
+            if (const texts deliveries = frame(row, runs_command, cuts, silences); !deliveries.empty()) {
                 distinct.insert(deliveries);
                 ++*runs;
             }
@@ -201,9 +226,11 @@ TEST(Transcripts, OutcomesDoNotDependOnWhereTheBytesAreCut)
     ASSERT_FALSE(rows.empty()) << TRANSCRIPTS;
     std::size_t cuts = 0, sequences = 0, differences = 0;
     for (const transcript &row : rows) {
-        const std::set<texts> distinct = all_deliveries(row, &cuts);
-        const texts whole = frame(row, {}, false);
+        const std::set<texts> idle = all_deliveries(row, false, &cuts),
+                              running = all_deliveries(row, true, &cuts);
         for (const use &how : uses) {
+            const std::set<texts> &distinct = how.runs_command ? running : idle;
+            const texts whole = frame(row, how.runs_command, {}, false);
             const outcome expected = run(row, how, whole);
             if (how.collected == PLAIN && how.with_prefix) {
                 EXPECT_EQ(expected.ret_val, row.ret_val) << row.name;

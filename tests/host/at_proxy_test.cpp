@@ -11,9 +11,13 @@
 
 #include "../process.h"
 #include "at_device.h"
+#include "at_proxy.h"
 #include "host_place.h"
 #include "k7_at_proxy.h"
 #include "modem_state.h"
+#include "served_request.h"
+#include "vlk_msgq.h"
+#include "vlk_queues.h"
 
 namespace
 {
@@ -91,7 +95,11 @@ struct modem {
 };
 
 using script = std::vector<std::pair<const char *, const char *>>; ///< heard and said in turn
-const script ECHO_OFF = {{"ATE0\r", "ATE0\r\r\nOK\r\n"}};
+const script COMING = {{"ATE0Q0V1\r", "ATE0Q0V1\r\r\nOK\r\n"},
+                       {"AT+CMEE=1\r", "\r\nOK\r\n"},
+                       {"AT+CMEE?\r", "\r\n+CMEE: 1\r\n\r\nOK\r\n"},
+                       {"AT+CSCS?\r", "\r\n+CSCS: \"GSM\"\r\n\r\nOK\r\n"},
+                       {"AT+CMGF?\r", "\r\n+CMGF: 0\r\n\r\nOK\r\n"}};
 
 void play(const modem &device, const script &steps)
 {
@@ -125,7 +133,7 @@ struct Proxy : testing::Test {
         EXPECT_EQ(K7_APP_RegCallBack(CHANNEL, take, &send_proc), 0);
         return send_proc != nullptr;
     }
-    void register_with(const modem &device, const script &steps = ECHO_OFF)
+    void register_with(const modem &device, const script &steps = COMING)
     {
         std::thread player([&] { play(device, steps); });
         EXPECT_TRUE(wait_until([this] { return register_once(); }));
@@ -148,39 +156,99 @@ TEST_F(Proxy, SendFunctionComesOnlyOnceTheModemHasAnswered)
     EXPECT_EQ(std::ranges::count(traces, '\n'), 1) << traces;
     EXPECT_EQ(modem_state_get().state, HOST_MODEM_ABSENT);
     const modem device(link);
-    EXPECT_EQ(device.hear("ATE0\rATE0\r"), "ATE0\rATE0\r") << "asks again while nothing answers";
+    EXPECT_EQ(device.hear("ATE0Q0V1\rATE0Q0V1\r"), "ATE0Q0V1\rATE0Q0V1\r")
+        << "asks again while nothing answers";
     EXPECT_EQ(modem_state_get().state, HOST_MODEM_SILENT);
     EXPECT_EQ(send_proc, nullptr);
-    device.say("ATE0\r\r\nOK\r\n\r\n^BOOT: 1\r\n");
+    device.say("ATE0Q0V1\r\r\nOK\r\n\r\n^BOOT: 1\r\n");
     EXPECT_EQ(delivered("1\r\n"), "\r\n^BOOT: 1\r\n");
-    device.say("ATE0\r\r\nOK\r\n"); // the second answer
-    EXPECT_TRUE(register_once());
+    play(device, {COMING.begin() + 1, COMING.end()});
+    EXPECT_TRUE(wait_until([this] { return register_once(); }));
     EXPECT_EQ(modem_state_get().state, HOST_MODEM_READY);
+    EXPECT_STREQ(modem_state_get().reason, "");
     EXPECT_EQ(send("AT+CSQ\r"), 0);
-    EXPECT_EQ(device.hear("\r").substr(0, 7), "AT+CSQ\r");
+    EXPECT_EQ(device.hear("\r"), "AT+CSQ\r");
     device.say("\r\nOK\r\n");
     EXPECT_EQ(delivered("OK\r\n"), "\r\nOK\r\n");
 }
 
-TEST_F(Proxy, ModemThatIsBusyOrRefusesIsBroughtToAnswer)
+TEST_F(Proxy, DebtIsCollectedAndNamedWhileTheNextCommandWaits)
 {
-    const std::pair<const char *, script> rows[] = {
-        {"the rest of a line in the modem makes the first ATE0 wrong",
-         {{"ATE0\r", "AT+XATE0\r\r\nERROR\r\n"}, {"ATE0\r", "ATE0\r\r\nOK\r\n"}}},
-        {"a modem that knows no ATE0 is used as it is",
-         {{"ATE0\r", "\r\nERROR\r\n"}, {"ATE0\r", "\r\nERROR\r\n"}, {"ATE0\r", "\r\n+CME ERROR: 4\r\n"}}},
-        {"a modem in its text input is released from it",
-         {{"ATE0\r", "ATE0\r\r\n> "}, {"\x1b", "\r\nOK\r\n"}, {"ATE0\r", "\r\nOK\r\n"}}},
+    const modem device(link);
+    register_with(device);
+    EXPECT_EQ(send("AT+CGSN\r"), 0);
+    EXPECT_EQ(device.hear("\r"), "AT+CGSN\r");
+    EXPECT_EQ(send("AT+CIMI\r"), 0) << "the time of the one before is up";
+    EXPECT_EQ(device.hear("\r"), "AT+CMEE?\r");
+    EXPECT_STREQ(modem_state_get().owes, "AT+CGSN");
+    device.say("\r\n001010123456789\r\n\r\nOK\r\n\r\n+CMEE: 1\r\n\r\nOK\r\n");
+    EXPECT_EQ(device.hear("\r"), "AT+CIMI\r");
+    EXPECT_STREQ(modem_state_get().owes, "");
+    device.say("\r\n310170123456789\r\n\r\nOK\r\n");
+    EXPECT_EQ(delivered("OK\r\n"), "\r\n310170123456789\r\n\r\nOK\r\n");
+}
+
+TEST_F(Proxy, WaitOfAnAskerThatHasGoneEndsAtOnce)
+{
+    const modem device(link);
+    register_with(device);
+    host_served_request = 7;
+    EXPECT_EQ(send("AT+MUTE\r"), 0);
+    EXPECT_EQ(device.hear("\r"), "AT+MUTE\r");
+    at_proxy_asker_gone(6);
+    at_proxy_asker_gone(7);
+    EXPECT_EQ(delivered("CARRIER\r\n"), "\r\nNO CARRIER\r\n");
+    EXPECT_EQ(device.hear("\r"), "AT+CMEE?\r");
+    host_served_request = 8;
+    host_served_limit_ms = 300;
+    EXPECT_EQ(send("AT+NEXT\r"), 0);
+    EXPECT_EQ(delivered("SUPPORT\r\n"), "\r\nCOMMAND NOT SUPPORT\r\n")
+        << "its own time is up before it is written";
+    host_served_request = 9;
+    at_proxy_asker_gone(9);
+    EXPECT_EQ(send("AT+GONE\r"), -1) << "hung up before its line was written";
+    host_served_request = 0;
+    host_served_limit_ms = 0;
+}
+
+/// Puts what is delivered on a queue, as the daemon does.
+int queue_up(uint32_t, const char *data, uint32_t length)
+{
+    return VLK_msgQ_send(VLK_get_msgQ_id(VLK_QUEUE_NAS_DATA), data, length) == 1 ? 0 : 1;
+}
+
+TEST_F(Proxy, AnswerThatTheDaemonHasNotReadIsTakenBackBeforeTheNextCommand)
+{
+    const int32_t queue = VLK_msgQ_create(VLK_QUEUE_NAS_DATA, 10, 1516);
+    const modem device(link);
+    std::thread player([&] { play(device, COMING); });
+    EXPECT_TRUE(wait_until([this] {
+        EXPECT_EQ(K7_APP_RegCallBack(CHANNEL, queue_up, &send_proc), 0);
+        return send_proc != nullptr;
+    }));
+    player.join();
+    const auto queued = [queue](int32_t records) {
+        return wait_until([=] { return VLK_msgQ_num(queue) == records; });
     };
-    for (const auto &[fault, steps] : rows) {
-        SCOPED_TRACE(fault);
-        const modem device(link);
-        send_proc = nullptr;
-        register_with(device, steps);
-        device.say("RING\r\n");
-        EXPECT_EQ(delivered("RING\r\n"), "\r\nRING\r\n") << "no answer to ATE0 gets through";
-        K7_App_Ungister();
+    const auto read = [queue] {
+        char text[1516];
+        const int size = VLK_msgQ_recv(queue, text, sizeof text, 0);
+        return std::string(text, size_t(std::max(size, 0)));
+    };
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(send("AT+ONE\r"), 0);
+        device.say("\r\n^A: 1\r\n\r\nONE\r\n\r\nOK\r\n\r\n^B: 1\r\n");
+        EXPECT_TRUE(queued(3)) << "two reports and the answer";
+        EXPECT_EQ(send("AT+TWO\r"), 0) << "nothing is owed";
+        EXPECT_TRUE(queued(2));
+        EXPECT_EQ(read(), "\r\n^A: 1\r\n");
+        EXPECT_EQ(read(), "\r\n^B: 1\r\n");
+        device.say("\r\nTWO\r\n\r\nOK\r\n");
+        EXPECT_TRUE(queued(1));
+        EXPECT_EQ(read(), "\r\nTWO\r\n\r\nOK\r\n");
     }
+    K7_App_Ungister();
+    VLK_msgQ_delete(queue);
 }
 
 TEST_F(Proxy, EchoOfAModemThatWasResetIsDropped)
@@ -193,6 +261,7 @@ TEST_F(Proxy, EchoOfAModemThatWasResetIsDropped)
     EXPECT_EQ(send("0011\x1a\r"), 0);
     device.say("0011\x1a\r\n+CMGS: 4\r\n\r\nOK\r\n");
     EXPECT_EQ(delivered("OK\r\n"), "\r\n+CMGS: 4\r\n\r\nOK\r\n");
+    EXPECT_EQ(device.hear("ATE0Q0V1\r"), "AT+CMGS=23\r0011\x1a\rATE0Q0V1\r") << "and put right";
 }
 
 TEST_F(Proxy, NoiseIsToldOnceAndALineWithoutEndIsDropped)
@@ -202,14 +271,16 @@ TEST_F(Proxy, NoiseIsToldOnceAndALineWithoutEndIsDropped)
     testing::internal::CaptureStderr();
     const std::string stray = "\r\nERROR\r\n\r\n+CME ERROR: 10\r\n^A: 1\r\n";
     const std::string nuls = std::string(2, '\0') + "\r\n" + std::string(1, '\0') + "^B: 1\r\n";
-    for (const std::string &odd : {stray, nuls}) {
-        device.say(odd);
-        EXPECT_EQ(delivered(": 1\r\n"), odd);
-    }
+    device.say(stray);
+    EXPECT_EQ(delivered(": 1\r\n"), "\r\n^A: 1\r\n") << "no result that nobody waits for gets through";
+    device.say(nuls);
+    device.say("^D: 1\r\n");
+    EXPECT_EQ(delivered(": 1\r\n"), "\r\n^D: 1\r\n");
     device.say(std::string(3900, 'x') + "\r\n^C: 1\r\n");
-    EXPECT_EQ(delivered(": 1\r\n"), "^C: 1\r\n");
+    EXPECT_EQ(delivered(": 1\r\n"), "\r\n^C: 1\r\n");
     const std::string traces = testing::internal::GetCapturedStderr();
-    for (const char *told : {"\"ERROR\", which no command asked for", "NUL bytes", "more than 1499 bytes"})
+    for (const char *told :
+         {"that no command asked for, it is dropped (ERROR)", "NUL bytes", "more than 1499 bytes"})
         EXPECT_THAT(traces, HasSubstr(told));
     EXPECT_EQ(std::ranges::count(traces, '\n'), 3) << traces;
 }
@@ -239,7 +310,7 @@ TEST_F(Proxy, DeviceThatIsReplacedIsOpenedAgainAlsoAsASocket)
     const int listener = listen_at(link);
     const modem device(accept4(listener, nullptr, nullptr, SOCK_CLOEXEC));
     close(listener);
-    play(device, ECHO_OFF);
+    play(device, COMING);
     EXPECT_TRUE(wait_for_modem(HOST_MODEM_READY));
     EXPECT_EQ(send("AT+CSQ\r"), 0);
     EXPECT_EQ(device.hear("\r"), "AT+CSQ\r");
@@ -251,36 +322,41 @@ TEST_F(Proxy, SendsAreWholeAlsoFromTwoThreads)
 {
     const modem device(link);
     register_with(device);
-    const std::string lines[] = {std::string(12000, 'a') + "\r",
-                                 std::string(9000, 'b') + "\r"}; // more than a pty takes
+    const std::string first = "AT+SCAN" + std::string(1500, 'a') + "\r",
+                      second = std::string(1400, 'b') + "\r";
+    EXPECT_EQ(send(first), 0);
+    EXPECT_EQ(device.hear("\r"), first);
     std::thread senders[2];
-    for (size_t i = 0; i < 2; ++i)
-        senders[i] = std::thread([&, i] {
-            for (int n = 0; n < 5; ++n)
-                EXPECT_EQ(send(lines[i]), 0);
+    for (std::thread &sender : senders)
+        sender = std::thread([&] {
+            for (int n = 0; n < 20; ++n)
+                EXPECT_EQ(send(second), 0); // more than a pty takes
         });
     std::string heard;
-    while (heard.size() < 5 * (lines[0].size() + lines[1].size()))
+    while (heard.size() < 40 * second.size())
         heard += device.hear("\r");
-    for (int n = 0; n < 10; ++n) {
-        const std::string &line = lines[heard[0] == 'a' ? 0 : 1];
-        EXPECT_TRUE(heard.starts_with(line));
-        heard.erase(0, line.size());
-    }
     for (std::thread &sender : senders)
         sender.join();
+    for (int n = 0; n < 40; ++n)
+        EXPECT_EQ(heard.substr(size_t(n) * second.size(), second.size()), second);
 }
 
 TEST_F(Proxy, ModemThatTakesNothingIsRefusedInTimeAndStartedAfresh)
 {
     const modem device(link);
     register_with(device);
-    const int64_t start = now_ms();
-    EXPECT_EQ(send(std::string(65000, 'x')), -1);
-    EXPECT_LT(now_ms() - start, 10000);
-    EXPECT_EQ(send("AT\r"), -1) << "would continue the line that was begun";
-    EXPECT_THAT(device.hear("ATE0\r"), testing::EndsWith("ATE0\r"));
+    EXPECT_EQ(send("AT+SCAN\r"), 0);
+    std::thread([&] {
+        int64_t start = now_ms();
+        while (send(std::string(1400, 'x')) == 0)
+            start = now_ms();
+        EXPECT_LT(now_ms() - start, 10000);
+    }).join();
+    EXPECT_TRUE(wait_until([this] { return send("AT\r") == -1; }))
+        << "would continue the line that was begun";
+    EXPECT_THAT(device.hear("ATE0Q0V1\r"), testing::EndsWith("ATE0Q0V1\r"));
     device.say("\r\nOK\r\n");
+    play(device, {COMING.begin() + 1, COMING.end()});
     EXPECT_TRUE(wait_for_modem(HOST_MODEM_READY));
     EXPECT_EQ(send("AT\r"), 0);
 }

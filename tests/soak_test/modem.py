@@ -25,6 +25,11 @@ ANSWERS = {
 }
 
 
+# What a daemon that starts, or collects an answer that came late, says before anybody listens.
+OWN_LINES = ["ATE0Q0V1", "AT+CMEE=1"]
+OWN_ANSWERS = {"AT+CMEE?": "+CMEE: 1", "AT+CSCS?": '+CSCS: "GSM"', "AT+CMGF?": "+CMGF: 0"}
+
+
 # The file that all processes write what they see to, as in client.cpp.
 class Board(ctypes.Structure):
     # stop: clients come to their end, the modem neither reports nor is unplugged.
@@ -106,7 +111,7 @@ class Modem:
             item, _, self.input = self.input.partition(end)
             if not self.takes_message and not item.startswith("AT"):
                 continue  # the line end behind a message
-            if item != "ATE0":  # a daemon that starts sends it before it listens
+            if item not in OWN_LINES and item not in OWN_ANSWERS:
                 self.board.line |= 1
             self.takes_message = item.startswith("AT+CMGS=")
             self.report_perhaps(4)
@@ -116,6 +121,8 @@ class Modem:
                 self.answer(item)
 
     def answer(self, item):
+        if item in OWN_ANSWERS:
+            self.put(f"\r\n{OWN_ANSWERS[item]}\r\n")
         for line in next((lines for start, lines in ANSWERS.items() if item.startswith(start)), ["OK"]):
             if self.one_in(10):
                 time.sleep(self.chance.uniform(0, 1.2 if self.one_in(30) else 0.02))
