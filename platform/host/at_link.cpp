@@ -295,7 +295,7 @@ void at_link::feed(std::string_view bytes, int64_t now_ms)
     flush();
 }
 
-bool at_link::take(const at_unit &unit)
+bool at_link::take_unit(const at_unit &unit)
 {
     if (phase == phases::CLOSED)
         return false;
@@ -318,7 +318,7 @@ bool at_link::take(const at_unit &unit)
 bool at_link::take_whole(const at_unit &unit)
 {
     const std::string_view line = unit.line();
-    if (is_echo(line)) {
+    if (echoes(line)) {
         note_echo(line);
         return false;
     }
@@ -367,7 +367,7 @@ bool at_link::take_continued(const at_unit &unit)
     return true;
 }
 
-bool at_link::is_echo(std::string_view line) const
+bool at_link::echoes(std::string_view line) const
 {
     if (line.starts_with(DATA_ESCAPE))
         return true;

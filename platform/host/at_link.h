@@ -160,8 +160,12 @@ private:
         bool keep(std::string_view line);
     };
 
-    bool take(const at_unit &unit) override;
-    bool is_echo(std::string_view line) const override;
+    // Inline, so that each user has the type's information: the link itself is compiled without.
+    bool take(const at_unit &unit) override { return take_unit(unit); }
+    bool is_echo(std::string_view line) const override { return echoes(line); }
+
+    bool take_unit(const at_unit &unit);
+    bool echoes(std::string_view line) const;
     bool take_whole(const at_unit &unit);
     bool take_continued(const at_unit &unit);
     bool take_prompt(const at_unit &unit);
