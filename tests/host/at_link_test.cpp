@@ -135,7 +135,6 @@ struct dialogue {
     std::vector<exchange> lines;
 };
 
-const char SYNC1[] = "{AT+CMEE?!}"; // the first question after a modem has come
 const char SYNCED1[] = "<~+CMEE: 1~~OK~";
 
 const dialogue dialogues[] = {
