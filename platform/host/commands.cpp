@@ -13,7 +13,7 @@
 #include <sys/socket.h>
 
 #include "at_proxy.h"
-#include "command_name.h"
+#include "at_request.h"
 #include "connections.h"
 #include "door.h"
 #include "futex_word.h"
@@ -170,9 +170,26 @@ bool find_head()
     return true;
 }
 
+bool has_command(const at_cmd_msg &request)
+{
+    return request.req_type == AT_COMMAND || request.req_type == AT_RAW_COMMAND;
+}
+
 std::string_view text_of(const at_cmd_msg &request)
 {
     return {request.snd_rcv_msg.cmd, strnlen(request.snd_rcv_msg.cmd, sizeof request.snd_rcv_msg.cmd)};
+}
+
+/// Why a request must not reach the modem, or nullptr.
+const char *fault_of(const at_cmd_msg &request)
+{
+    if (!has_command(request))
+        return nullptr;
+    if (request.req_type == AT_COMMAND && at_asks_for_prompt(text_of(request)))
+        return at_request_fault(text_of(request), true);
+    const auto length = static_cast<size_t>(std::clamp(request.cmd_len, 0, AT_CMD_STR_SIZE));
+    const std::string_view counted(request.snd_rcv_msg.cmd, length);
+    return at_request_fault(request.cmd_len > 0 ? counted : text_of(request), false);
 }
 
 /// Under the mutex.
@@ -186,11 +203,42 @@ void begin_served(at_cmd_msg &request)
     served.request = requests_taken;
     served.type = request.req_type;
     served.since_ms = monotonic_ms();
-    const bool has_command = request.req_type == AT_COMMAND || request.req_type == AT_RAW_COMMAND;
-    const std::string_view name = has_command ? at_command_name(text_of(request)) : "";
+    const std::string_view name = has_command(request) ? at_command_name(text_of(request)) : "";
     served.command[name.copy(served.command, sizeof served.command - 1)] = '\0';
+    request.timeout = std::min(request.timeout, host_settings().timeout_max);
+    host_served_limit_ms = std::max(request.timeout, 0) * 1000;
     host_served_request = served.request;
     visit = main_wait_count();
+}
+/// Under the mutex.
+int reply_to_served(const at_cmd_msg &reply)
+{
+    const int lane = served.lane;
+    end_served();
+    if (lane == NO_LANE)
+        return 0;
+    const int cause = send_reply(lane, reply);
+    if (cause != EAGAIN)
+        return cause;
+    const auto at = static_cast<size_t>(lane);
+    unsent[at] = reply;
+    has_unsent[at] = true;
+    order.set_ready(lane, false);
+    main_wait_change(clients[lane].fd, LANE_EVENTS | EPOLLOUT, static_cast<uint32_t>(lane));
+    return 0;
+}
+
+/// Under the mutex: answers a request that was taken and must not reach the modem, with the reason as its text.
+void refuse(const at_cmd_msg &request, const char *fault)
+{
+    host_log(LOG_NOTICE, "a command of process %d (%s) is refused: %s: %s", clients[served.lane].pid,
+             name_of_process(clients[served.lane].pid).text, served.command, fault);
+    at_cmd_msg reply = request;
+    memset(&reply.snd_rcv_msg, 0, sizeof reply.snd_rcv_msg);
+    reply.snd_rcv_msg.ret_val = AT_COMMAND_NOT_SUPPORT;
+    reply.snd_rcv_msg.rsp_len = static_cast<uint32_t>(
+        std::string_view(fault).copy(reply.snd_rcv_msg.rmsg, sizeof reply.snd_rcv_msg.rmsg));
+    reply_to_served(reply);
 }
 } // namespace
 
@@ -220,26 +268,17 @@ int commands_take(at_cmd_msg &request)
     if (!find_head())
         return ENOMSG;
     begin_served(request);
-    request.timeout = std::min(request.timeout, host_settings().timeout_max);
-    return 0;
+    const char *const fault = fault_of(request);
+    if (fault == nullptr)
+        return 0;
+    refuse(request, fault);
+    return EINVAL;
 }
 
 int commands_reply(const at_cmd_msg &reply)
 {
     const std::scoped_lock lock(mutex);
-    const int lane = served.lane;
-    end_served();
-    if (lane == NO_LANE)
-        return 0;
-    const int cause = send_reply(lane, reply);
-    if (cause != EAGAIN)
-        return cause;
-    const auto at = static_cast<size_t>(lane);
-    unsent[at] = reply;
-    has_unsent[at] = true;
-    order.set_ready(lane, false);
-    main_wait_change(clients[lane].fd, LANE_EVENTS | EPOLLOUT, static_cast<uint32_t>(lane));
-    return 0;
+    return reply_to_served(reply);
 }
 
 void commands_status(status_text &text)

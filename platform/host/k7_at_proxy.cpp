@@ -305,7 +305,6 @@ void at_proxy::stop_reader()
     reader_runs = false;
 }
 
-
 void at_proxy::set_modem(host_modem_state state, const char *reason)
 {
     modem_state_set(state, reason);

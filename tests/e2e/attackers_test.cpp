@@ -24,7 +24,7 @@ constexpr char COUNTED[] = "set hits 0\n"
                            "command AT+HIT\n    count hits\n    final OK\n"
                            "command AT+HITS?\n    line +HITS: {hits}\n    final OK\n"
                            "command AT+SLOW\n    delay 700\n    final OK\n"
-                           "command AT+NEVER\n    delay 3600s\n    final OK\n";
+                           "command AT+LONG\n    delay 3s\n    final OK\n";
 
 /// Any program with access to the socket.
 struct raw_client {
@@ -95,10 +95,10 @@ TEST_F(Attackers, WhatWasWithdrawnNeverReachesTheModem)
 
 TEST_F(Attackers, WhoHangsUpDuringACommandFreesTheModemForTheOthers)
 {
-    for (const uint32_t type : {ACTIVE_REPORT}) {
+    for (const uint32_t type : {AT_COMMAND, ACTIVE_REPORT}) {
         {
             const raw_client gone(system);
-            ASSERT_TRUE(gone.ask("AT+NEVER", 600, type));
+            ASSERT_TRUE(gone.ask("AT+LONG", 600, type));
             EXPECT_TRUE(wait_until([this] {
                 return system.vlkctl({"status", "--json"}).out.find(R"("command":"")") == std::string::npos;
             }));
