@@ -105,17 +105,6 @@ int run_rssi(const common_options &common)
     return exchange(common, {}, record, RSSI_LIMIT_MS, "rssi");
 }
 
-int run_sms(const common_options &common, const request_options &limits, vlk_sms action, const string &pdu)
-{
-    at_cmd_msg record;
-    const int result = vlk_fill_sms(&record, action, pdu.c_str(), limits.timeout);
-    if (result != VLK_OK)
-        return report_failure(result, common.json);
-    const string_view text = record.snd_rcv_msg.cmd;
-    return exchange(common, limits, record, limit_of(limits, record, 2),
-                    string(text.substr(0, text.find('\r'))));
-}
-
 int run_stop_scan(const common_options &common)
 {
     const vlk_place place = common.place();

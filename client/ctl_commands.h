@@ -38,8 +38,6 @@ struct monitor_options {
 
 int run_at(const common_options &common, const request_options &limits, const at_options &options);
 int run_rssi(const common_options &common);
-int run_sms(const common_options &common, const request_options &limits, vlk_sms action,
-            const std::string &pdu);
 int run_stop_scan(const common_options &common);
 int run_status(const common_options &common, std::optional<double> wait_ready);
 int run_monitor(const common_options &common, const monitor_options &options);

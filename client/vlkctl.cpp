@@ -9,6 +9,7 @@
 
 #include "ctl_commands.h"
 #include "ctl_output.h"
+#include "ctl_sms.h"
 
 namespace
 {
@@ -36,7 +37,7 @@ without them it is that of the one daemon there is.
 Examples:
   vlkctl at AT+CSQ
   vlkctl at 'AT+CPOL?' --expect +CPOL: --multi-line
-  vlkctl sms send 0011000B916407281553F80000AA0AE8329BFD4697D9EC37
+  vlkctl sms send --to +491511234567 'Back at 8'
   vlkctl monitor --module 19 --json
   vlkctl status
 
@@ -49,7 +50,6 @@ struct command_line {
     at_options at;
     monitor_options monitor;
     std::optional<double> wait_ready;
-    std::string pdu;
     std::function<int()> chosen; // what the given subcommand does
 };
 
@@ -86,34 +86,6 @@ void add_at(command_line &line)
                "  vlkctl at 'AT+COPS=?' --raw\n"
                "  vlkctl at ATI --raw --timeout 3 --json");
     at->callback([&line] { line.chosen = [&line] { return run_at(line.common, line.limits, line.at); }; });
-}
-
-void add_sms(command_line &line)
-{
-    CLI::App *sms =
-        line.app.add_subcommand("sms", "send a short message or save it on the SIM or in the modem");
-    sms->require_subcommand(1);
-    struct row {
-        const char *name;
-        const char *description;
-        vlk_sms action;
-    };
-    for (const row &r : {row{"send", "send a message (AT+CMGS)", VLK_SMS_SEND},
-                         row{"save", "save a message (AT+CMGW)", VLK_SMS_SAVE}}) {
-        CLI::App *command = sms->add_subcommand(r.name, r.description);
-        command
-            ->add_option("pdu", line.pdu,
-                         "the PDU in hexadecimal digits, SMSC part first (00: the modem's service centre)")
-            ->required();
-        add_limits(line, command);
-        command->footer(
-            std::string("The modem must be in PDU mode (vlkctl at AT+CMGF=0).\n\nExample:\n  vlkctl sms ") +
-            r.name + " 0011000B916407281553F80000AA0AE8329BFD4697D9EC37 --timeout 60");
-        command->callback([&line, action = r.action] {
-            line.chosen = [&line, action] { return run_sms(line.common, line.limits, action, line.pdu); };
-        });
-    }
-    sms->footer("Example:\n  vlkctl sms send 0011000B916407281553F80000AA0AE8329BFD4697D9EC37");
 }
 
 void add_monitor(command_line &line)
@@ -166,7 +138,7 @@ void set_up(command_line &line)
     line.app.add_flag("--json", line.common.json, "print JSON");
     add_at(line);
     add_simple(line, "rssi", "print the last ^RSSI report", run_rssi);
-    add_sms(line);
+    add_sms(line.app, line.common, line.chosen);
     add_simple(line, "stop-scan", "end a running network scan", run_stop_scan);
     add_monitor(line);
     add_status(line);

@@ -1,0 +1,15 @@
+// vlkctl sms: short messages from the command line.
+#ifndef VLK_CTL_SMS_H
+#define VLK_CTL_SMS_H
+
+#include <functional>
+
+#include <CLI/CLI.hpp>
+
+#include "ctl_commands.h"
+
+/// Adds the subcommand. When it was given, `chosen` does it and returns the exit code. The references must outlive
+/// both.
+void add_sms(CLI::App &app, const common_options &common, std::function<int()> &chosen);
+
+#endif
