@@ -95,8 +95,8 @@ void add_put(const sms_line &line, const char *name, const char *description)
         "a longer one is divided into parts that phones join again. Exit code 0 only when the modem\n"
         "confirmed every part. The modem is given 60 seconds for each unless --timeout says otherwise.\n\n"
         "Examples:\n" +
-        called + " --to +491511234567 'Back at 8'\n  uptime | vlkctl sms " + name + called + " --to +491511234567\n" + called +
-        " 0011000B916407281553F80000AA0AE8329BFD4697D9EC37");
+        called + " --to +491511234567 'Back at 8'\n  uptime | vlkctl sms " + name + " --to +491511234567\n" +
+        called + " 0011000B916407281553F80000AA0AE8329BFD4697D9EC37");
 }
 
 void add_list(const sms_line &line)
