@@ -43,6 +43,11 @@ struct sms_line {
                 "--wait", options->limits.wait,
                 "seconds to wait for every answer; by default the timeout and 30 more for requests of others")
             ->check(check_seconds);
+        command
+            ->add_option(
+                "--wait-modem", options->limits.wait_modem,
+                "wait up to so many seconds for a modem that is not ready; else the command fails at once")
+            ->check(check_seconds);
     }
 };
 

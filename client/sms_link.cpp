@@ -23,6 +23,9 @@ sms::answer daemon_link::exchange(at_cmd_msg &record, int phases)
         if (const int failed = vlk_open(&opened, &place))
             return {failed, AT_NONE, ""};
         client_.reset(opened);
+        const auto wait_ms = static_cast<int32_t>(limits_.wait_modem * 1000);
+        if (const int failed = wait_ms > 0 ? vlk_wait_modem(opened, wait_ms) : VLK_OK)
+            return {failed, AT_NONE, ""};
     }
     const int32_t seconds = limits_.timeout * phases + OTHERS_SECONDS;
     const int32_t limit = limits_.wait ? static_cast<int32_t>(*limits_.wait * 1000) : seconds * 1000;
