@@ -8,7 +8,9 @@
 
 namespace
 {
+constexpr int32_t COMMAND_SECONDS = 10;
 constexpr int32_t SEND_SECONDS = 60; // what a network may take for one message
+constexpr int32_t NOT_GIVEN = 0;
 
 using run_function = int (*)(const common_options &, const sms_options &);
 
@@ -25,11 +27,17 @@ struct sms_line {
     std::function<int()> &chosen;
     std::shared_ptr<sms_options> options = std::make_shared<sms_options>();
 
-    CLI::App *add(const char *name, const char *description, run_function run) const
+    /// seconds: what the modem is given unless --timeout says otherwise.
+    CLI::App *add(const char *name, const char *description, run_function run,
+                  int32_t seconds = COMMAND_SECONDS) const
     {
+        options->limits.timeout = NOT_GIVEN;
         CLI::App *command = sms->add_subcommand(name, description);
-        command->callback(
-            [line = *this, run] { line.chosen = [line, run] { return run(line.common, *line.options); }; });
+        command->callback([line = *this, run, seconds] {
+            if (line.options->limits.timeout == NOT_GIVEN)
+                line.options->limits.timeout = seconds;
+            line.chosen = [line, run] { return run(line.common, *line.options); };
+        });
         return command;
     }
     void add_limits(CLI::App *command) const
@@ -61,13 +69,7 @@ template <vlk_sms ACTION>
 void add_put(const sms_line &line, const char *name, const char *description)
 {
     sms_options &options = *line.options;
-    CLI::App *command =
-        line.add(name, description, [](const common_options &common, const sms_options &given) {
-            sms_options patient = given;
-            if (patient.limits.timeout == request_options{}.timeout)
-                patient.limits.timeout = SEND_SECONDS;
-            return run_put<ACTION>(common, patient);
-        });
+    CLI::App *command = line.add(name, description, run_put<ACTION>, SEND_SECONDS);
     CLI::Option *text = command->add_option_function<std::string>(
         "text",
         [&options](const std::string &value) {

@@ -244,10 +244,10 @@ int show_stored(const common_options &common, const sms_options &options,
 int run_sms_put(const common_options &common, const sms_options &options, vlk_sms action)
 {
     string text = options.text;
-    if (!options.has_text && !read_input(text))
-        return refuse("standard input has more than messages can hold", common.json);
     if (!options.has_text && options.to.empty())
         return refuse("a PDU, or --to NUMBER and a text, is needed", common.json);
+    if (!options.has_text && !read_input(text))
+        return refuse("standard input has more than messages can hold", common.json);
     outgoing message;
     if (options.to.empty()) {
         if (const int failed = check_pdu(text, message))

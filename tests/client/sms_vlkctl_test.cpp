@@ -103,6 +103,7 @@ TEST_F(SmsVlkctlTest, SentIsSaidOnlyWhenTheModemConfirmed)
         {"costly", {"send", "--to", "12", random_text::repeated("a", 2000)}, {}, 2, "", "use --max-parts 14"},
         {"an odd digit", {"send", "000"}, {}, 2, "", "an odd number"},
         {"an option without its recipient", {"send", "--flash", "00"}, {}, 2, "", "--flash requires --to"},
+        {"nothing to send", {"send"}, {}, 2, "", "is needed"},
         {"nothing to delete", {"delete"}, {}, 2, "", "--all-read, is needed"},
     };
     for (const auto &c : cases) {
