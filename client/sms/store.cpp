@@ -307,8 +307,8 @@ troubles put(modem &link, vlk_sms action, const string &pdu, int &reference)
     if (at == string::npos)
         return std::nullopt;
     const string_view rest = string_view(got.text).substr(at + prefix.size());
-    const string_view line = rest.substr(0, rest.find_first_of("\r\n,"));
-    reference = number_of(line).value_or(-1);
+    const string_view number = rest.substr(std::min(rest.find_first_not_of(' '), rest.size()));
+    std::from_chars(number.data(), number.data() + number.size(), reference); // any number is one
     return std::nullopt;
 }
 } // namespace sms
