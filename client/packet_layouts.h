@@ -1,12 +1,17 @@
 // What the daemon's notifications and bus messages are called, which reports of the modem they come from and how
-// their data is laid out, as tables. docs/reports.md tells what they mean.
+// their data is laid out, as tables: one line a field, one line a packet. Sizes, offsets and kinds are those of
+// vlk_reports.h; docs/reports.md tells what they mean.
 #ifndef VLK_PACKET_LAYOUTS_H
 #define VLK_PACKET_LAYOUTS_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
-#include <span>
+#include <initializer_list>
 #include <string_view>
+#include <type_traits>
+
+#include "vlk_reports.h"
 
 enum field_kind : uint8_t {
     U8,
@@ -29,23 +34,26 @@ struct field_layout {
     const char *name;
     uint32_t offset;
     field_kind kind;
-    uint32_t count = 1;
+    uint32_t count;
+};
+
+/// The fields of a record. Words that never change are no fields.
+struct record_layout {
+    const char *name;
+    uint32_t size; // bytes
+    std::initializer_list<field_layout> fields;
 };
 
 inline constexpr int64_t ANY_ID = -1;
-/// Length of the two values of a notification: an i32 at 0, another one at 4.
-inline constexpr uint32_t VALUES = 8;
 
-/// A packet is of a row when target and number are the row's, length and first word say whether its data is. Words
-/// that never change are no fields.
+/// A packet is of a row when target and number are the row's; size and first word say whether its data is.
 struct packet_layout {
     int32_t module;               // 0: a bus message
     std::string_view destination; // of a bus message
     uint32_t code;
     const char *name;
     const char *reports; // empty: the daemon's own
-    uint32_t length;     // bytes of data
-    std::span<const field_layout> fields;
+    const record_layout *record;
     int64_t id = ANY_ID; // of the report, first word of the data, where it tells layouts apart
 };
 
@@ -55,180 +63,234 @@ struct module_name {
 };
 
 inline constexpr module_name MODULE_NAMES[] = {
-    {1, "sms"},     {2, "USSD"},           {4, "dialup"}, {7, "net"},
-    {9, "device"},  {18, "statistics"},    {19, "radio"}, {33, "SIM toolkit"},
-    {55, "M2MAPI"}, {74, "factory reset"}, {103, "cell"}, {106, "registration"},
+    {VLK_MODULE_SMS, "sms"},       {VLK_MODULE_USSD, "USSD"},
+    {VLK_MODULE_DIALUP, "dialup"}, {VLK_MODULE_NET, "net"},
+    {VLK_MODULE_DEVICE, "device"}, {VLK_MODULE_STATISTICS, "statistics"},
+    {VLK_MODULE_RADIO, "radio"},   {VLK_MODULE_TOOLKIT, "SIM toolkit"},
+    {VLK_MODULE_M2MAPI, "M2MAPI"}, {VLK_MODULE_FACTORY_RESET, "factory reset"},
+    {VLK_MODULE_CELL, "cell"},     {VLK_MODULE_REGISTRATION, "registration"},
 };
 
-// ---- Fields of values
+template <typename number>
+constexpr field_kind kind_of()
+{
+    if constexpr (std::is_same_v<number, char>)
+        return TEXT;
+    else if constexpr (std::is_same_v<number, int32_t>)
+        return I32;
+    else
+        return sizeof(number) == 1 ? U8 : sizeof(number) == 2 ? U16 : sizeof(number) == 4 ? U32 : U64;
+}
 
-inline constexpr std::span<const field_layout> NO_FIELDS;
-inline constexpr field_layout SYSTEM_MODE[] = {{"sys_mode", 0, I32}, {"sys_submode", 4, I32}};
-inline constexpr field_layout SIM_STATES[] = {{"sim_state", 0, I32}, {"lock_state", 4, I32}};
-inline constexpr field_layout TEMPERATURE[] = {{"tempprotect_event", 0, I32}, {"tempprotect_param", 4, I32}};
-inline constexpr field_layout FILE_TYPE[] = {{"file_type", 0, I32}};
-inline constexpr field_layout LEVEL[] = {{"level", 0, I32}};
-inline constexpr field_layout VALUE[] = {{"value", 0, I32}};
-inline constexpr field_layout PLMN[] = {{"plmn", 0, I32}};
-inline constexpr field_layout STAT[] = {{"stat", 0, I32}};
+template <typename member>
+constexpr field_layout field_at(const char *name, std::size_t offset)
+{
+    using element = std::remove_extent_t<member>;
+    constexpr field_kind kind = kind_of<element>();
+    static_assert(sizeof(element) == size_of(kind));
+    return {name, static_cast<uint32_t>(offset), kind, sizeof(member) / sizeof(element)};
+}
 
-// ---- Fields of records
+#define NAMED_FIELD(name, record, member) field_at<decltype(record::member)>(name, offsetof(record, member))
+#define FIELD(record, member)             NAMED_FIELD(#member, record, member)
+#define RECORD(record)                    #record, sizeof(record)
 
-inline constexpr field_layout PARAMETER[] = {{"parameter", 0, I32}};
-inline constexpr field_layout STATE[] = {{"state", 0, I32}};
-inline constexpr field_layout CELL_IDENTITY[] = {{"ci", 0, TEXT, 32}};
-inline constexpr field_layout RRC_STATE[] = {{"state", 4, I32}};
-inline constexpr field_layout ENDC[] = {
-    {"endc_available", 4, I32},
-    {"endc_plmn_available", 8, I32},
-    {"endc_restricted", 12, I32},
-    {"nr_pscell", 16, I32},
-};
-inline constexpr field_layout REJECT[] = {
-    {"plmnid", 4, TEXT, 64},      {"srvdomain", 68, I32},     {"rejectcause", 72, I32},
-    {"rattype", 76, I32},         {"rejectType", 80, I32},    {"rejectOriginalCause", 84, I32},
-    {"rejectLac", 88, TEXT, 8},   {"rejectRac", 96, TEXT, 4}, {"rejectCellId", 100, TEXT, 32},
-    {"rejectEsmCause", 132, I32},
-};
-inline constexpr field_layout NETWORK_SCAN[] = {{"5grsrp", 0, I32}, {"5grssnr", 4, I32}};
-inline constexpr field_layout SIM_RECORD[] = {{"sim_state", 4, I32}, {"lock_state", 8, I32}};
-inline constexpr field_layout NETWORK_TIME[] = {
-    {"year", 20, I32},  {"month", 16, I32}, {"day", 12, I32},       {"hour", 8, I32},
-    {"minute", 4, I32}, {"second", 0, I32}, {"time_zone", 44, I32},
-};
-inline constexpr field_layout SIGNAL_DETAIL[] = {
-    {"rssi", 8, I32},   {"rscp", 12, I32},  {"ecio", 16, I32},  {"rsrp", 20, I32},  {"rsrq", 24, I32},
-    {"rssnr", 28, I32}, {"ri", 32, I32},    {"cqi0", 36, I32},  {"cqi1", 40, I32},  {"rfnum", 44, I32},
-    {"rsrp1", 48, I32}, {"rsrp2", 52, I32}, {"rsrp3", 56, I32}, {"rsrp4", 60, I32}, {"sinr1", 64, I32},
-    {"sinr2", 68, I32}, {"sinr3", 72, I32}, {"sinr4", 76, I32},
-};
-inline constexpr field_layout SIGNAL_LEVELS[] = {
-    {"rssi", 0, I32},  {"rscp", 4, I32},   {"ecio", 8, I32}, {"rsrp", 12, I32},
-    {"rsrq", 16, I32}, {"rssnr", 20, I32}, {"ri", 24, I32},
-};
-inline constexpr field_layout SIGNAL_5G[] = {{"5grsrp", 28, I32}, {"5grsrq", 32, I32}, {"5grssnr", 36, I32}};
-inline constexpr field_layout SIGNAL_QUALITY[] = {
-    {"sysmode", 0, I32}, {"value1", 4, I32},  {"value2", 8, I32},
-    {"value3", 12, I32}, {"value4", 16, I32}, {"value5", 20, I32},
-};
-inline constexpr field_layout SERVING_CELL[] = {
-    {"Rat", 0, I32},           {"cell_id", 4, TEXT, 32},   {"HighSpeedFlg", 36, U8},
-    {"CellIdLowBit", 44, I32}, {"CellIdHighBit", 48, I32},
-};
-inline constexpr field_layout LINE_INDEX[] = {
-    {"first_field", 0, TEXT, 9},
-    {"indexList", 12, I32, 10},
-    {"loop", 52, I32},
-};
-inline constexpr field_layout FREQUENCY[] = {
-    {"sysmode", 0, I32},
-    {"band_class", 4, I32},
-    {"dl_bw1", 8, I32},
-    {"ul_bw1", 12, I32},
-};
-inline constexpr field_layout FLOW[] = {
-    {"curr_ds_time", 0, U32},  {"tx_rate", 4, U32},      {"rx_rate", 8, U32},      {"curr_tx_flow", 16, U64},
-    {"curr_rx_flow", 24, U64}, {"qos_tx_rate", 32, U32}, {"qos_rx_rate", 36, U32},
-};
-inline constexpr field_layout FLOW_RATES[] = {{"tx_rate", 0, U32}, {"rx_rate", 4, U32}};
-inline constexpr field_layout FLOW_STATISTICS[] = {
-    {"peak_tx_rate", 0, U32},
-    {"peak_rx_rate", 4, U32},
-    {"curr_tx_flow", 8, U64},
-    {"curr_rx_flow", 16, U64},
-};
-inline constexpr field_layout CONNECTION[] = {{"cid", 0, I32}, {"cause", 4, I32}};
-inline constexpr field_layout SMS_INDEX[] = {{"mem", 4, TEXT, 16}, {"index", 20, I32}};
-inline constexpr field_layout SMS_CONTENT[] = {{"length", 4, U16}, {"pdu", 6, TEXT, 512}};
-inline constexpr field_layout SMS_SENT[] = {{"mr", 4, I32}};
-inline constexpr field_layout SMS_NOT_SENT[] = {{"errCode", 4, I32}};
-inline constexpr field_layout USSD[] = {
-    {"rspType", 0, I32},
-    {"cusdStr", 4, TEXT, 512},
-    {"cusdStr_length", 516, I32},
-    {"codeType", 520, I32},
-};
-inline constexpr field_layout TOOLKIT[] = {{"cmdTpye", 0, U8}, {"cmdIndex", 1, U8}, {"isTimeOut", 2, U8}};
+// ---- The two values of a notification
+
+inline constexpr uint32_t VALUES = 8; // bytes: an i32 at 0, another one at 4
+inline constexpr record_layout NO_DATA = {"no data", 0, {}};
+inline constexpr record_layout NO_VALUES = {"(0, 0)", VALUES, {}};
+inline constexpr record_layout SYSTEM_MODE = {
+    "values", VALUES, {{"sys_mode", 0, I32, 1}, {"sys_submode", 4, I32, 1}}};
+inline constexpr record_layout SIM_VALUES = {
+    "values", VALUES, {{"sim_state", 0, I32, 1}, {"lock_state", 4, I32, 1}}};
+inline constexpr record_layout TEMPERATURE = {
+    "values", VALUES, {{"tempprotect_event", 0, I32, 1}, {"tempprotect_param", 4, I32, 1}}};
+inline constexpr record_layout FILE_TYPE = {"values", VALUES, {{"file_type", 0, I32, 1}}};
+inline constexpr record_layout LEVEL = {"values", VALUES, {{"level", 0, I32, 1}}};
+inline constexpr record_layout VALUE = {"values", VALUES, {{"value", 0, I32, 1}}};
+inline constexpr record_layout PLMN = {"values", VALUES, {{"plmn", 0, I32, 1}}};
+inline constexpr record_layout STAT = {"values", VALUES, {{"stat", 0, I32, 1}}};
+
+// ---- Records
+
+inline constexpr record_layout PARAMETER = {RECORD(vlk_parameter), {FIELD(vlk_parameter, parameter)}};
+inline constexpr record_layout STATE = {RECORD(vlk_network_state), {FIELD(vlk_network_state, state)}};
+inline constexpr record_layout CELL_IDENTITY = {RECORD(vlk_cell_identity), {FIELD(vlk_cell_identity, ci)}};
+inline constexpr record_layout RRC_STATE = {RECORD(vlk_rrcstat), {FIELD(vlk_rrcstat, state)}};
+inline constexpr record_layout ENDC = {RECORD(vlk_endc),
+                                       {FIELD(vlk_endc, endc_available), FIELD(vlk_endc, endc_plmn_available),
+                                        FIELD(vlk_endc, endc_restricted), FIELD(vlk_endc, nr_pscell)}};
+inline constexpr record_layout LENDC = {
+    RECORD(vlk_lendc),
+    {NAMED_FIELD("endc_available", vlk_lendc, endc.endc_available),
+     NAMED_FIELD("endc_plmn_available", vlk_lendc, endc.endc_plmn_available),
+     NAMED_FIELD("endc_restricted", vlk_lendc, endc.endc_restricted),
+     NAMED_FIELD("nr_pscell", vlk_lendc, endc.nr_pscell)}};
+inline constexpr record_layout REJECT = {
+    RECORD(vlk_rejinfo),
+    {FIELD(vlk_rejinfo, plmnid), FIELD(vlk_rejinfo, srvdomain), FIELD(vlk_rejinfo, rejectcause),
+     FIELD(vlk_rejinfo, rattype), FIELD(vlk_rejinfo, rejectType), FIELD(vlk_rejinfo, rejectOriginalCause),
+     FIELD(vlk_rejinfo, rejectLac), FIELD(vlk_rejinfo, rejectRac), FIELD(vlk_rejinfo, rejectCellId),
+     FIELD(vlk_rejinfo, rejectEsmCause)}};
+inline constexpr record_layout NETWORK_SCAN = {
+    RECORD(vlk_netscan),
+    {NAMED_FIELD("5grsrp", vlk_netscan, nr_rsrp), NAMED_FIELD("5grssnr", vlk_netscan, nr_snr)}};
+inline constexpr record_layout SIM_STATES = {
+    RECORD(vlk_sim_states), {FIELD(vlk_sim_states, sim_state), FIELD(vlk_sim_states, lock_state)}};
+inline constexpr record_layout SIM_RECORD = {RECORD(vlk_simst),
+                                             {NAMED_FIELD("sim_state", vlk_simst, states.sim_state),
+                                              NAMED_FIELD("lock_state", vlk_simst, states.lock_state)}};
+inline constexpr record_layout NETWORK_TIME = {
+    RECORD(vlk_nwtime),
+    {FIELD(vlk_nwtime, year), FIELD(vlk_nwtime, month), FIELD(vlk_nwtime, day), FIELD(vlk_nwtime, hour),
+     FIELD(vlk_nwtime, minute), FIELD(vlk_nwtime, second), FIELD(vlk_nwtime, time_zone)}};
+inline constexpr record_layout FACTORY_RESET = {RECORD(vlk_factory_reset), {FIELD(vlk_factory_reset, value)}};
+inline constexpr record_layout SIGNAL_DETAIL = {
+    RECORD(vlk_cerssi),
+    {FIELD(vlk_cerssi, rssi), FIELD(vlk_cerssi, rscp), FIELD(vlk_cerssi, ecio), FIELD(vlk_cerssi, rsrp),
+     FIELD(vlk_cerssi, rsrq), FIELD(vlk_cerssi, rssnr), FIELD(vlk_cerssi, ri), FIELD(vlk_cerssi, cqi0),
+     FIELD(vlk_cerssi, cqi1), FIELD(vlk_cerssi, rfnum), FIELD(vlk_cerssi, rsrp1), FIELD(vlk_cerssi, rsrp2),
+     FIELD(vlk_cerssi, rsrp3), FIELD(vlk_cerssi, rsrp4), FIELD(vlk_cerssi, sinr1), FIELD(vlk_cerssi, sinr2),
+     FIELD(vlk_cerssi, sinr3), FIELD(vlk_cerssi, sinr4)}};
+inline constexpr record_layout SIGNAL_LEVELS = {
+    RECORD(vlk_signal_levels),
+    {FIELD(vlk_signal_levels, rssi), FIELD(vlk_signal_levels, rscp), FIELD(vlk_signal_levels, ecio),
+     FIELD(vlk_signal_levels, rsrp), FIELD(vlk_signal_levels, rsrq), FIELD(vlk_signal_levels, rssnr),
+     FIELD(vlk_signal_levels, ri)}};
+inline constexpr record_layout SIGNAL_5G = {RECORD(vlk_cserssi),
+                                            {NAMED_FIELD("5grsrp", vlk_cserssi, nr_rsrp),
+                                             NAMED_FIELD("5grsrq", vlk_cserssi, nr_rsrq),
+                                             NAMED_FIELD("5grssnr", vlk_cserssi, nr_snr)}};
+inline constexpr record_layout SIGNAL_QUALITY = {RECORD(vlk_hcsq),
+                                                 {FIELD(vlk_hcsq, sysmode), FIELD(vlk_hcsq, value1),
+                                                  FIELD(vlk_hcsq, value2), FIELD(vlk_hcsq, value3),
+                                                  FIELD(vlk_hcsq, value4), FIELD(vlk_hcsq, value5)}};
+inline constexpr record_layout SERVING_CELL = {
+    RECORD(vlk_hsrcellinfo),
+    {FIELD(vlk_hsrcellinfo, Rat), FIELD(vlk_hsrcellinfo, cell_id), FIELD(vlk_hsrcellinfo, HighSpeedFlg),
+     FIELD(vlk_hsrcellinfo, CellIdLowBit), FIELD(vlk_hsrcellinfo, CellIdHighBit)}};
+inline constexpr record_layout LINE_INDEX = {
+    RECORD(vlk_line_index),
+    {FIELD(vlk_line_index, first_field), FIELD(vlk_line_index, indexList), FIELD(vlk_line_index, loop)}};
+inline constexpr record_layout FREQUENCY = {RECORD(vlk_hfreqinfo),
+                                            {FIELD(vlk_hfreqinfo, sysmode), FIELD(vlk_hfreqinfo, band_class),
+                                             FIELD(vlk_hfreqinfo, dl_bw1), FIELD(vlk_hfreqinfo, ul_bw1)}};
+inline constexpr record_layout FLOW = {RECORD(vlk_dsflow),
+                                       {FIELD(vlk_dsflow, curr_ds_time), FIELD(vlk_dsflow, tx_rate),
+                                        FIELD(vlk_dsflow, rx_rate), FIELD(vlk_dsflow, curr_tx_flow),
+                                        FIELD(vlk_dsflow, curr_rx_flow), FIELD(vlk_dsflow, qos_tx_rate),
+                                        FIELD(vlk_dsflow, qos_rx_rate)}};
+inline constexpr record_layout FLOW_RATES = {
+    RECORD(vlk_dsflow_rates), {FIELD(vlk_dsflow_rates, tx_rate), FIELD(vlk_dsflow_rates, rx_rate)}};
+inline constexpr record_layout FLOW_STATISTICS = {
+    RECORD(vlk_dsflow_stats),
+    {FIELD(vlk_dsflow_stats, peak_tx_rate), FIELD(vlk_dsflow_stats, peak_rx_rate),
+     FIELD(vlk_dsflow_stats, curr_tx_flow), FIELD(vlk_dsflow_stats, curr_rx_flow)}};
+inline constexpr record_layout CONNECTION = {RECORD(vlk_connection),
+                                             {FIELD(vlk_connection, cid), FIELD(vlk_connection, cause)}};
+inline constexpr record_layout SMS_INDEX = {RECORD(vlk_sms_index),
+                                            {FIELD(vlk_sms_index, mem), FIELD(vlk_sms_index, index)}};
+inline constexpr record_layout SMS_CONTENT = {RECORD(vlk_sms_content),
+                                              {FIELD(vlk_sms_content, length), FIELD(vlk_sms_content, pdu)}};
+inline constexpr record_layout SMS_SENT = {RECORD(vlk_hcmgss), {FIELD(vlk_hcmgss, mr)}};
+inline constexpr record_layout SMS_NOT_SENT = {RECORD(vlk_hcmgsf), {FIELD(vlk_hcmgsf, errCode)}};
+inline constexpr record_layout USSD = {RECORD(vlk_cusd),
+                                       {FIELD(vlk_cusd, rspType), FIELD(vlk_cusd, cusdStr),
+                                        FIELD(vlk_cusd, cusdStr_length), FIELD(vlk_cusd, codeType)}};
+inline constexpr record_layout TOOLKIT = {
+    RECORD(vlk_stin), {FIELD(vlk_stin, cmdTpye), FIELD(vlk_stin, cmdIndex), FIELD(vlk_stin, isTimeOut)}};
 
 // ---- The packets
 
-inline constexpr const char *REGISTRATION = "+CREG/+CGREG/+C5GREG";
+/// The name of a constant of vlk_reports.h as it is shown: without VLK_.
+constexpr const char *shown_name(const char *constant)
+{
+    return constant + std::string_view("VLK_").size();
+}
+
+#define EVENT(module, event) module, "", event, shown_name(#event)
+#define MESSAGE(name, type)  0, name, type, shown_name(#type)
+
+inline constexpr char REGISTRATION[] = "+CREG/+CGREG/+C5GREG";
 
 inline constexpr packet_layout PACKETS[] = {
-    {1, "", 1001, "EVT_SMS_MEMORY_FULL", "^SMMEMFULL", 0, NO_FIELDS},
-    {1, "", 1008, "EVT_SMS_ARRIVED", "+CMTI", 24, SMS_INDEX, 0},
-    {1, "", 1008, "EVT_SMS_ARRIVED", "+CMT", 518, SMS_CONTENT, 1},
-    {1, "", 1008, "EVT_SMS_ARRIVED", "+CDSI", 24, SMS_INDEX, 2},
-    {1, "", 1008, "EVT_SMS_ARRIVED", "+CDS", 518, SMS_CONTENT, 3},
-    {1, "", 1008, "EVT_SMS_ARRIVED", "+CBM", 518, SMS_CONTENT, 4},
-    {1, "", 1010, "EVT_SMS_SEND_RESULT", "^HCMGSS", 518, SMS_SENT, 42},
-    {1, "", 1010, "EVT_SMS_SEND_RESULT", "^HCMGSF", 8, SMS_NOT_SENT, 43},
-    {1, "", 1022, "EVT_SMS_SIM_REFRESH", "^SIMREFRESH", VALUES, NO_FIELDS},
-    {1, "", 1023, "EVT_SMS_IMSI_CHANGE", "^SIMST", VALUES, NO_FIELDS},
-    {2, "", 2003, "EVT_USSD", "+CUSD", 528, USSD},
-    {4, "", 4082, "EVT_DIALUP_SIM_STATE", "^SIMST", VALUES, SIM_STATES},
-    {4, "", 4110, "EVT_DIALUP_SIM_REFRESH", "^SIMREFRESH", VALUES, NO_FIELDS},
-    {6, "", 6001, "EVT_SIM_STATE_PAIR", "^SIMST", 8, SIM_STATES},
-    {7, "", 7012, "EVT_NET_HOME", "^APROAMRPT", VALUES, NO_FIELDS},
-    {7, "", 7013, "EVT_NET_ROAMING", "^APROAMRPT", VALUES, NO_FIELDS},
-    {7, "", 7022, "EVT_NET_EONS", "^EONS", VALUES, NO_FIELDS},
-    {7, "", 7044, "EVT_NET_SIM_REFRESH", "^SIMREFRESH", VALUES, FILE_TYPE},
-    {7, "", 7056, "EVT_NET_SCAN", "^NETSCAN", 12, NETWORK_SCAN},
-    {9, "", 4047, "EVT_NETWORK_TIME", "^NWTIME", 52, NETWORK_TIME},
-    {9, "", 9004, "EVT_FACTORY", "^FACTORY", VALUES, NO_FIELDS},
-    {9, "", 9010, "EVT_DEVICE_SIM_STATE", "^SIMST", VALUES, SIM_STATES},
-    {9, "", 9040, "EVT_DEVICE_SERVICE", "^SRVST", VALUES, NO_FIELDS},
-    {9, "", 9055, "EVT_DEVICE_REGISTRATION", REGISTRATION, VALUES, NO_FIELDS},
-    {9, "", 9058, "EVT_DEVICE_SIM_REFRESH", "^SIMREFRESH", VALUES, NO_FIELDS},
-    {9, "", 9059, "EVT_DEVICE_PHONE_BOOK_READY", "^CPBREADY", VALUES, NO_FIELDS},
-    {9, "", 31000, "EVT_AT_MACHINE_TEMP", "^TEMPPRT", VALUES, TEMPERATURE},
-    {18, "", 18002, "EVT_FLOW", "^DSFLOWRPT", 40, FLOW},
-    {18, "", 18034, "EVT_CELL_IDENTITY", REGISTRATION, 32, CELL_IDENTITY},
-    {19, "", 19005, "EVT_SYSTEM_MODE", "^MODE/^LCACELLURC", VALUES, SYSTEM_MODE},
-    {19, "", 19007, "EVT_RADIO_SIM_STATE", "^SIMST", VALUES, SIM_STATES},
-    {19, "", 19008, "EVT_REGISTRATION", REGISTRATION, VALUES, NO_FIELDS},
-    {19, "", 19011, "EVT_SIGNAL_LEVEL", "^ANLEVEL", VALUES, LEVEL},
-    {19, "", 19016, "EVT_SIGNAL_QUALITY", "^HCSQ", 24, SIGNAL_QUALITY},
-    {19, "", 19034, "EVT_SIGNAL_DETAIL", "^CERSSI", 84, SIGNAL_DETAIL},
-    {19, "", 19035, "EVT_REGISTRATION_CELL", REGISTRATION, VALUES, NO_FIELDS},
-    {19, "", 19036, "EVT_ENDC", "^LENDC", 24, ENDC},
-    {19, "", 19039, "EVT_RRC_STATE", "^RRCSTAT", 12, RRC_STATE},
-    {19, "", 31007, "EVT_REJECT", "^REJINFO", 1028, REJECT},
-    {27, "", 27003, "EVT_SIM_STATE", "^SIMST", 12, SIM_RECORD},
-    {33, "", 33001, "EVT_TOOLKIT", "^STIN", 8, TOOLKIT},
-    {55, "", 55013, "EVT_WAKEUP_INPUT", "^WAKEUPIN", VALUES, VALUE},
-    {74, "", 9004, "EVT_FACTORY", "^NORSTFACT", 4, VALUE},
-    {75, "", 16052, "EVT_SIM_UNUSABLE", "^SIMST", VALUES, NO_FIELDS},
-    {103, "", 103001, "EVT_RPLMN", "^REPORTLINERPLMN", VALUES, PLMN},
-    {103, "", 103002, "EVT_LINE_INDEX", "^REPORTLINEINDEX", 60, LINE_INDEX},
-    {103, "", 103003, "EVT_SERVING_CELL", "^HSRCELLINFO", 52, SERVING_CELL},
-    {106, "", 31007, "EVT_REJECT", "^REJINFO", 1028, REJECT},
-    {106, "", 106000, "EVT_PS_REGISTRATION_STATE", "+CGREG", VALUES, STAT},
-    {106, "", 106001, "EVT_5GS_REGISTRATION_STATE", "+C5GREG", VALUES, STAT},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_MEMORY_FULL), "^SMMEMFULL", &NO_DATA},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED), "+CMTI", &SMS_INDEX, VLK_REPORT_CMTI},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED), "+CMT", &SMS_CONTENT, VLK_REPORT_CMT},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED), "+CDSI", &SMS_INDEX, VLK_REPORT_CDSI},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED), "+CDS", &SMS_CONTENT, VLK_REPORT_CDS},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED), "+CBM", &SMS_CONTENT, VLK_REPORT_CBM},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_SEND_RESULT), "^HCMGSS", &SMS_SENT, VLK_REPORT_HCMGSS},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_SEND_RESULT), "^HCMGSF", &SMS_NOT_SENT, VLK_REPORT_HCMGSF},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_SIM_REFRESH), "^SIMREFRESH", &NO_VALUES},
+    {EVENT(VLK_MODULE_SMS, VLK_EVT_SMS_IMSI_CHANGE), "^SIMST", &NO_VALUES},
+    {EVENT(VLK_MODULE_USSD, VLK_EVT_USSD), "+CUSD", &USSD},
+    {EVENT(VLK_MODULE_DIALUP, VLK_EVT_DIALUP_SIM_STATE), "^SIMST", &SIM_VALUES},
+    {EVENT(VLK_MODULE_DIALUP, VLK_EVT_DIALUP_SIM_REFRESH), "^SIMREFRESH", &NO_VALUES},
+    {EVENT(VLK_MODULE_6, VLK_EVT_SIM_STATE_PAIR), "^SIMST", &SIM_STATES},
+    {EVENT(VLK_MODULE_NET, VLK_EVT_NET_HOME), "^APROAMRPT", &NO_VALUES},
+    {EVENT(VLK_MODULE_NET, VLK_EVT_NET_ROAMING), "^APROAMRPT", &NO_VALUES},
+    {EVENT(VLK_MODULE_NET, VLK_EVT_NET_EONS), "^EONS", &NO_VALUES},
+    {EVENT(VLK_MODULE_NET, VLK_EVT_NET_SIM_REFRESH), "^SIMREFRESH", &FILE_TYPE},
+    {EVENT(VLK_MODULE_NET, VLK_EVT_NET_SCAN), "^NETSCAN", &NETWORK_SCAN},
+    {EVENT(VLK_MODULE_DEVICE, VLK_EVT_NETWORK_TIME), "^NWTIME", &NETWORK_TIME},
+    {EVENT(VLK_MODULE_DEVICE, VLK_EVT_FACTORY), "^FACTORY", &NO_VALUES},
+    {EVENT(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_SIM_STATE), "^SIMST", &SIM_VALUES},
+    {EVENT(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_SERVICE), "^SRVST", &NO_VALUES},
+    {EVENT(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_REGISTRATION), REGISTRATION, &NO_VALUES},
+    {EVENT(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_SIM_REFRESH), "^SIMREFRESH", &NO_VALUES},
+    {EVENT(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_PHONE_BOOK_READY), "^CPBREADY", &NO_VALUES},
+    {EVENT(VLK_MODULE_DEVICE, VLK_EVT_AT_MACHINE_TEMP), "^TEMPPRT", &TEMPERATURE},
+    {EVENT(VLK_MODULE_STATISTICS, VLK_EVT_FLOW), "^DSFLOWRPT", &FLOW},
+    {EVENT(VLK_MODULE_STATISTICS, VLK_EVT_CELL_IDENTITY), REGISTRATION, &CELL_IDENTITY},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_SYSTEM_MODE), "^MODE/^LCACELLURC", &SYSTEM_MODE},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_RADIO_SIM_STATE), "^SIMST", &SIM_VALUES},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_REGISTRATION), REGISTRATION, &NO_VALUES},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_SIGNAL_LEVEL), "^ANLEVEL", &LEVEL},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_SIGNAL_QUALITY), "^HCSQ", &SIGNAL_QUALITY},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_SIGNAL_DETAIL), "^CERSSI", &SIGNAL_DETAIL},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_REGISTRATION_CELL), REGISTRATION, &NO_VALUES},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_ENDC), "^LENDC", &LENDC},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_RRC_STATE), "^RRCSTAT", &RRC_STATE},
+    {EVENT(VLK_MODULE_RADIO, VLK_EVT_REJECT), "^REJINFO", &REJECT},
+    {EVENT(VLK_MODULE_27, VLK_EVT_SIM_STATE), "^SIMST", &SIM_RECORD},
+    {EVENT(VLK_MODULE_TOOLKIT, VLK_EVT_TOOLKIT), "^STIN", &TOOLKIT},
+    {EVENT(VLK_MODULE_M2MAPI, VLK_EVT_WAKEUP_INPUT), "^WAKEUPIN", &VALUE},
+    {EVENT(VLK_MODULE_FACTORY_RESET, VLK_EVT_FACTORY), "^NORSTFACT", &FACTORY_RESET},
+    {EVENT(VLK_MODULE_75, VLK_EVT_SIM_UNUSABLE), "^SIMST", &NO_VALUES},
+    {EVENT(VLK_MODULE_CELL, VLK_EVT_RPLMN), "^REPORTLINERPLMN", &PLMN},
+    {EVENT(VLK_MODULE_CELL, VLK_EVT_LINE_INDEX), "^REPORTLINEINDEX", &LINE_INDEX},
+    {EVENT(VLK_MODULE_CELL, VLK_EVT_SERVING_CELL), "^HSRCELLINFO", &SERVING_CELL},
+    {EVENT(VLK_MODULE_REGISTRATION, VLK_EVT_REJECT), "^REJINFO", &REJECT},
+    {EVENT(VLK_MODULE_REGISTRATION, VLK_EVT_PS_REGISTRATION_STATE), "+CGREG", &STAT},
+    {EVENT(VLK_MODULE_REGISTRATION, VLK_EVT_5GS_REGISTRATION_STATE), "+C5GREG", &STAT},
 
-    {0, "behavior", 188943, "MSG_SIGNAL_QUALITY", "^HCSQ", 24, SIGNAL_QUALITY},
-    {0, "cms", 34820, "MSG_DATACARD_INSERTED", "", 4, PARAMETER},
-    {0, "cms", 34843, "MSG_FLOW_STATISTICS", "^DSFLOWRPT", 24, FLOW_STATISTICS},
-    {0, "cms", 34844, "MSG_MMI_ENTER", "^MMIENTER", 0, NO_FIELDS},
-    {0, "dialup", 166657, "MSG_CONNECTED", "^DCONN/^NDISSTAT/^NDISSTATEX", 8, CONNECTION},
-    {0, "dialup", 166658, "MSG_DISCONNECTED", "^DEND/^NDISSTAT/^NDISSTATEX", 8, CONNECTION},
-    {0, "dialup", 166659, "MSG_CONNECTED_IPV6", "^DCONN/^NDISSTAT/^NDISSTATEX", 8, CONNECTION},
-    {0, "dialup", 166660, "MSG_DISCONNECTED_IPV6", "^DEND/^NDISSTAT/^NDISSTATEX", 8, CONNECTION},
-    {0, "dialup", 166661, "MSG_NETWORK_STATE", "^MODE/^SRVST", 4, STATE},
-    {0, "dialup", 166661, "MSG_NETWORK_STATE", REGISTRATION, 0, NO_FIELDS},
-    {0, "lpm", 91393, "MSG_FLOW_RATES", "^DSFLOWRPT", 8, FLOW_RATES},
-    {0, "lpm", 91394, "MSG_FREQUENCY", "^HFREQINFO", 16, FREQUENCY},
-    {0, "lpm", 91395, "MSG_SIGNAL_LEVELS", "^CERSSI", 28, SIGNAL_LEVELS},
-    {0, "lpm", 91396, "MSG_5G_SIGNAL_LEVELS", "^CSERSSI", 40, SIGNAL_5G},
-    {0, "lpm", 91397, "MSG_ENDC", "^LENDC", 20, ENDC},
+    {MESSAGE(VLK_BUS_BEHAVIOR, VLK_MSG_SIGNAL_QUALITY), "^HCSQ", &SIGNAL_QUALITY},
+    {MESSAGE(VLK_BUS_CMS, VLK_MSG_DATACARD_INSERTED), "", &PARAMETER},
+    {MESSAGE(VLK_BUS_CMS, VLK_MSG_FLOW_STATISTICS), "^DSFLOWRPT", &FLOW_STATISTICS},
+    {MESSAGE(VLK_BUS_CMS, VLK_MSG_MMI_ENTER), "^MMIENTER", &NO_DATA},
+    {MESSAGE(VLK_BUS_DIALUP, VLK_MSG_CONNECTED), "^DCONN/^NDISSTAT/^NDISSTATEX", &CONNECTION},
+    {MESSAGE(VLK_BUS_DIALUP, VLK_MSG_DISCONNECTED), "^DEND/^NDISSTAT/^NDISSTATEX", &CONNECTION},
+    {MESSAGE(VLK_BUS_DIALUP, VLK_MSG_CONNECTED_IPV6), "^DCONN/^NDISSTAT/^NDISSTATEX", &CONNECTION},
+    {MESSAGE(VLK_BUS_DIALUP, VLK_MSG_DISCONNECTED_IPV6), "^DEND/^NDISSTAT/^NDISSTATEX", &CONNECTION},
+    {MESSAGE(VLK_BUS_DIALUP, VLK_MSG_NETWORK_STATE), "^MODE/^SRVST", &STATE},
+    {MESSAGE(VLK_BUS_DIALUP, VLK_MSG_NETWORK_STATE), REGISTRATION, &NO_DATA},
+    {MESSAGE(VLK_BUS_LPM, VLK_MSG_FLOW_RATES), "^DSFLOWRPT", &FLOW_RATES},
+    {MESSAGE(VLK_BUS_LPM, VLK_MSG_FREQUENCY), "^HFREQINFO", &FREQUENCY},
+    {MESSAGE(VLK_BUS_LPM, VLK_MSG_SIGNAL_LEVELS), "^CERSSI", &SIGNAL_LEVELS},
+    {MESSAGE(VLK_BUS_LPM, VLK_MSG_5G_SIGNAL_LEVELS), "^CSERSSI", &SIGNAL_5G},
+    {MESSAGE(VLK_BUS_LPM, VLK_MSG_ENDC), "^LENDC", &ENDC},
 };
 
-/// No field ends behind its data.
+#undef NAMED_FIELD
+#undef FIELD
+#undef RECORD
+#undef EVENT
+#undef MESSAGE
+
 static_assert(std::ranges::all_of(PACKETS, [](const packet_layout &row) {
-    return (row.id == ANY_ID || row.length >= size_of(U32)) &&
-           std::ranges::all_of(row.fields, [&row](const field_layout &field) {
-               return field.offset + field.count * size_of(field.kind) <= row.length;
-           });
+    return row.id == ANY_ID || row.record->size >= sizeof(uint32_t);
 }));
 
 #endif

@@ -75,7 +75,8 @@ recognition recognise(const vlk_packet &packet, string_view content)
     for (const packet_layout &row : PACKETS) {
         if (row.module != packet.module || row.destination != packet.name || row.code != packet.code)
             continue;
-        if (row.length == content.size() && (row.id == ANY_ID || row.id == read<uint32_t>(content.data())))
+        if (row.record->size == content.size() &&
+            (row.id == ANY_ID || row.id == read<uint32_t>(content.data())))
             return {&row, true};
         found.row = &row;
     }
@@ -97,7 +98,7 @@ void describe(const vlk_packet &packet, ordered_json &object)
     if (*row->reports != '\0')
         object["reports"] = row->reports;
     object["fields"] = ordered_json::object();
-    for (const field_layout &field : row->fields)
+    for (const field_layout &field : row->record->fields)
         object["fields"][field.name] = value_of(field, content);
 }
 

@@ -2,13 +2,12 @@
 
 #include <cstring>
 
-#include "payloads.h"
 #include "qep_msg.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 
 namespace
 {
@@ -18,7 +17,7 @@ constexpr uint32_t HIGH_SPEED_FLAG_MAX = 1;
 constexpr int32_t LINE_INDEX_RESERVED = -2;
 
 /// Writes the cell id as decimal text. Negative when it failed.
-int format_cell_id(cell_info_record &record)
+int format_cell_id(vlk_hsrcellinfo &record)
 {
     constexpr std::size_t size = sizeof record.cell_id;
     if (record.Rat == RAT_WITH_SPLIT_CELL_ID)
@@ -48,7 +47,7 @@ void LineCellInfoCallback(char *line, int32_t)
         trace(ERROR, "[%s] at_cmd_parse error id = %d\n", __func__, fields.status());
         return;
     }
-    cell_info_record record{};
+    vlk_hsrcellinfo record{};
     for (const at_field &field : fields) {
         if (is_named(field, "Rat")) {
             record.Rat = safe_atoi(field.AtFieldValue);
@@ -70,7 +69,7 @@ void LineCellInfoCallback(char *line, int32_t)
         wipe(record);
         return;
     }
-    VLK_post_notify_ex(RUT_MDL_CELL, EVT_SERVING_CELL, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_CELL, VLK_EVT_SERVING_CELL, &record, sizeof record, 0, 0);
     wipe(record);
     trace(DETAIL, "[%s] end\n", __func__);
 }
@@ -87,13 +86,13 @@ void LineIndexReportCallback(char *line, int32_t)
         trace(ERROR, "[%s] at_cmd_parse error id = %d\n", __func__, fields.status());
         return;
     }
-    line_index_record record{};
+    vlk_line_index record{};
     record.reserved = LINE_INDEX_RESERVED;
     const at_field *field = fields.head(); // the fields count by their place, whatever their names
     if (field->AtFieldValue == nullptr || copy_whole(record.first_field, field->AtFieldValue) != 0)
         return;
     int32_t count = 0;
-    for (field = field->next; field != nullptr && count < LINE_INDEX_LIMIT; field = field->next) {
+    for (field = field->next; field != nullptr && count < VLK_LINE_INDEX_LIMIT; field = field->next) {
         const int32_t value = safe_atoi(field->AtFieldValue);
         record.indexList[count] = value;
         trace(DETAIL, "[%s] start indexInfo->indexList[%d] = %d\n", __func__, count, value);
@@ -102,7 +101,7 @@ void LineIndexReportCallback(char *line, int32_t)
     }
     record.loop = count;
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_CELL, EVT_LINE_INDEX, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_CELL, VLK_EVT_LINE_INDEX, &record, sizeof record, 0, 0);
     trace(DETAIL, "[%s] end\n", __func__);
 }
 
@@ -138,14 +137,14 @@ void HfreqInfoReportCallback(char *line, int32_t)
     }
     hfreq_info_holder holder{};
     ParseHfreqInfoResult(fields.head(), &holder);
-    hfreq_message message{};
+    vlk_hfreqinfo message{};
     if (holder.first != nullptr) {
         trace(PROGRESS, "%s report hfreqinfo to LPM...\n", __func__);
         message.sysmode = holder.first[HFREQ_SYSMODE];
         message.band_class = holder.first[HFREQ_BAND_CLASS];
-        message.dl_bw = holder.first[HFREQ_DL_BW1];
-        message.ul_bw = holder.first[HFREQ_UL_BW1];
-        QEP_MSG_SendMsgData(BUS_LPM, MSG_FREQUENCY, &message, sizeof message);
+        message.dl_bw1 = holder.first[HFREQ_DL_BW1];
+        message.ul_bw1 = holder.first[HFREQ_UL_BW1];
+        QEP_MSG_SendMsgData(VLK_BUS_LPM, VLK_MSG_FREQUENCY, &message, sizeof message);
     }
     HfreqInfoExFree(&holder);
     fields.release();
@@ -154,5 +153,5 @@ void HfreqInfoReportCallback(char *line, int32_t)
 void ltecacell_report_callback(char *, int32_t)
 {
     trace(DETAIL, "[ltecacell_report_callback] begin! \n");
-    VLK_post_notify(RUT_MDL_RADIO, EVT_SYSTEM_MODE, 0, 0);
+    VLK_post_notify(VLK_MODULE_RADIO, VLK_EVT_SYSTEM_MODE, 0, 0);
 }

@@ -2,13 +2,12 @@
 
 #include <algorithm>
 
-#include "payloads.h"
 #include "qep_msg.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 
 namespace
 {
@@ -20,21 +19,21 @@ constexpr int32_t STAT_CONNECTED = 1;
 constexpr int32_t NO_CAUSE = -1;
 
 uint32_t g_dsflowReportCount = 0; // calls since the last message to "cms"
-dsflow_stats g_dsflowStats = {};
+vlk_dsflow_stats g_dsflowStats = {};
 
-constexpr named_member<dsflow_record, uint32_t> DSFLOW_WORDS[] = {
-    {"curr_ds_time", &dsflow_record::curr_ds_time}, {"tx_rate", &dsflow_record::tx_rate},
-    {"rx_rate", &dsflow_record::rx_rate},           {"qos_tx_rate", &dsflow_record::qos_tx_rate},
-    {"qos_rx_rate", &dsflow_record::qos_rx_rate},
+constexpr named_member<vlk_dsflow, uint32_t> DSFLOW_WORDS[] = {
+    {"curr_ds_time", &vlk_dsflow::curr_ds_time}, {"tx_rate", &vlk_dsflow::tx_rate},
+    {"rx_rate", &vlk_dsflow::rx_rate},           {"qos_tx_rate", &vlk_dsflow::qos_tx_rate},
+    {"qos_rx_rate", &vlk_dsflow::qos_rx_rate},
 };
 
-constexpr named_member<dsflow_record, uint64_t> DSFLOW_TOTALS[] = {
-    {"curr_tx_flow", &dsflow_record::curr_tx_flow},
-    {"curr_rx_flow", &dsflow_record::curr_rx_flow},
+constexpr named_member<vlk_dsflow, uint64_t> DSFLOW_TOTALS[] = {
+    {"curr_tx_flow", &vlk_dsflow::curr_tx_flow},
+    {"curr_rx_flow", &vlk_dsflow::curr_rx_flow},
 };
 
 /// Stores a hexadecimal value; of a rate or a time the low 32 bits.
-void store_flow_value(const at_field &field, dsflow_record &record)
+void store_flow_value(const at_field &field, vlk_dsflow &record)
 {
     const auto word = member_of(DSFLOW_WORDS, field);
     const auto total = member_of(DSFLOW_TOTALS, field);
@@ -44,7 +43,7 @@ void store_flow_value(const at_field &field, dsflow_record &record)
         record.*total = hex_str_to_uinteger(field.AtFieldValue);
 }
 
-void add_to_statistics(const dsflow_record &record)
+void add_to_statistics(const vlk_dsflow &record)
 {
     g_dsflowStats.peak_tx_rate = std::max(g_dsflowStats.peak_tx_rate, record.tx_rate);
     g_dsflowStats.peak_rx_rate = std::max(g_dsflowStats.peak_rx_rate, record.rx_rate);
@@ -96,16 +95,16 @@ bool is_ipv6(const char *pdp_type)
 
 void tell_connected(int32_t cid, const char *pdp_type)
 {
-    const connection_message message = {.cid = cid, .cause = NO_CAUSE};
-    const uint32_t type = is_ipv6(pdp_type) ? MSG_CONNECTED_IPV6 : MSG_CONNECTED;
-    QEP_MSG_SendMsgData(BUS_DIALUP, type, &message, sizeof message);
+    const vlk_connection message = {.cid = cid, .cause = NO_CAUSE};
+    const uint32_t type = is_ipv6(pdp_type) ? VLK_MSG_CONNECTED_IPV6 : VLK_MSG_CONNECTED;
+    QEP_MSG_SendMsgData(VLK_BUS_DIALUP, type, &message, sizeof message);
 }
 
 void tell_disconnected(int32_t cid, int32_t cause, const char *pdp_type)
 {
-    const connection_message message = {.cid = cid, .cause = cause};
-    const uint32_t type = is_ipv6(pdp_type) ? MSG_DISCONNECTED_IPV6 : MSG_DISCONNECTED;
-    QEP_MSG_SendMsgData(BUS_DIALUP, type, &message, sizeof message);
+    const vlk_connection message = {.cid = cid, .cause = cause};
+    const uint32_t type = is_ipv6(pdp_type) ? VLK_MSG_DISCONNECTED_IPV6 : VLK_MSG_DISCONNECTED;
+    QEP_MSG_SendMsgData(VLK_BUS_DIALUP, type, &message, sizeof message);
 }
 
 /// Tells what the stat says. Returns 0, -1 for one that says neither: nobody is told.
@@ -127,7 +126,7 @@ void dsflow_report_callback(char *line, int32_t)
     ++g_dsflowReportCount;
     if (line == nullptr)
         return;
-    dsflow_record record{};
+    vlk_dsflow record{};
     report_fields fields("^DSFLOWRPT", line);
     if (fields.status() != 0) {
         trace(ERROR, "dsflow_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
@@ -137,13 +136,13 @@ void dsflow_report_callback(char *line, int32_t)
         store_flow_value(field, record);
     fields.release();
     add_to_statistics(record);
-    VLK_post_notify_ex(RUT_MDL_STATISTICS, EVT_FLOW, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_STATISTICS, VLK_EVT_FLOW, &record, sizeof record, 0, 0);
     trace(DETAIL, "%s report ds flow to lpm...\n", __func__);
-    const dsflow_rates rates = {.tx_rate = record.tx_rate, .rx_rate = record.rx_rate};
-    QEP_MSG_SendMsgData(BUS_LPM, MSG_FLOW_RATES, &rates, sizeof rates);
+    const vlk_dsflow_rates rates = {.tx_rate = record.tx_rate, .rx_rate = record.rx_rate};
+    QEP_MSG_SendMsgData(VLK_BUS_LPM, VLK_MSG_FLOW_RATES, &rates, sizeof rates);
     if (g_dsflowReportCount % REPORTS_PER_STATISTICS == 0) {
         g_dsflowReportCount = 0;
-        QEP_MSG_SendMsgData(BUS_CMS, MSG_FLOW_STATISTICS, &g_dsflowStats, sizeof g_dsflowStats);
+        QEP_MSG_SendMsgData(VLK_BUS_CMS, VLK_MSG_FLOW_STATISTICS, &g_dsflowStats, sizeof g_dsflowStats);
         wipe(g_dsflowStats);
     }
 }

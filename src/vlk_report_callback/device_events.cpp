@@ -2,13 +2,12 @@
 
 #include <cstdio>
 
-#include "payloads.h"
 #include "qep_msg.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 
 namespace
 {
@@ -34,7 +33,7 @@ void wakeupin_report_callback(char *line, int32_t)
     }
     fields.release();
     const int32_t value = to_int(value_text);
-    VLK_post_notify(RUT_MDL_M2MAPI, EVT_WAKEUP_INPUT, value, NO_SECOND_VALUE);
+    VLK_post_notify(VLK_MODULE_M2MAPI, VLK_EVT_WAKEUP_INPUT, value, NO_SECOND_VALUE);
     trace(PROGRESS, "[wakeupin_report_callback]send wakeupin value to M2MAPI =[%d]\n", value);
 }
 
@@ -58,22 +57,22 @@ void tempprt_report_callback(char *line, int32_t)
     const int32_t event = to_int(event_text);
     const int32_t param = to_int(param_text);
     trace(PROGRESS, "send EVT_AT_MACHINE_TEMP  to RUT_MDL_DEVICE\n");
-    VLK_post_notify(RUT_MDL_DEVICE, EVT_AT_MACHINE_TEMP, event, param);
+    VLK_post_notify(VLK_MODULE_DEVICE, VLK_EVT_AT_MACHINE_TEMP, event, param);
 }
 
 void factory_report_callback(char *, int32_t)
 {
     trace(PROGRESS, "factory_report_callback called.\n");
     mlog_print("vorlink", PROGRESS, "VLK  report  and need  restore factory settings !");
-    VLK_post_notify(RUT_MDL_DEVICE, EVT_FACTORY, 1, 0);
+    VLK_post_notify(VLK_MODULE_DEVICE, VLK_EVT_FACTORY, 1, 0);
 }
 
 void norstfact_report_callback(char *, int32_t)
 {
     puts("vlk norstfact_report_callback enter");
     mlog_print("vorlink", PROGRESS, "VLK  report  and need  restore  factory no reboot !");
-    const factory_reset_word word = {RESTORE_WITHOUT_REBOOT};
-    VLK_post_notify_ex(RUT_MDL_FACTORY_RESET, EVT_FACTORY, &word, sizeof word, 0, 0);
+    const vlk_factory_reset word = {RESTORE_WITHOUT_REBOOT};
+    VLK_post_notify_ex(VLK_MODULE_FACTORY_RESET, VLK_EVT_FACTORY, &word, sizeof word, 0, 0);
 }
 
 void mmi_enter_report_callback(char *line, int32_t)
@@ -83,7 +82,7 @@ void mmi_enter_report_callback(char *line, int32_t)
         trace(ERROR, "[mmi_enter_report_callback]: NULL == rptbuf \n");
         return;
     }
-    QEP_MSG_SendMsgData(BUS_CMS, MSG_MMI_ENTER, nullptr, 0);
+    QEP_MSG_SendMsgData(VLK_BUS_CMS, VLK_MSG_MMI_ENTER, nullptr, 0);
     trace(ERROR, "[mmi_enter_report_callback]: leave \n");
 }
 
@@ -91,7 +90,7 @@ void net_time_report_callback(char *line, int32_t)
 {
     char date[160] = {}; // yy/mm/dd
     char time[160] = {}; // hh:mm:ss and the signed zone; what lies behind a short text is zero and reads as 0
-    at_nwtime_info info{};
+    vlk_nwtime info{};
     trace(PROGRESS, "[net_time_report_callback] begin report time!\n");
     report_fields fields("^NWTIME", line);
     if (fields.status() != 0) {
@@ -105,16 +104,15 @@ void net_time_report_callback(char *line, int32_t)
             copy_whole(time, field.AtFieldValue);
     }
     fields.release();
-    nwtime_tm &tm = info.time_val;
-    tm.tm_year = wrapping_sum(to_int(date), CENTURY);
-    tm.tm_mon = to_int(date + 3);
-    tm.tm_mday = to_int(date + 6);
-    tm.tm_hour = to_int(time);
-    tm.tm_min = to_int(time + 3);
-    tm.tm_sec = to_int(time + 6);
+    info.year = wrapping_sum(to_int(date), CENTURY);
+    info.month = to_int(date + 3);
+    info.day = to_int(date + 6);
+    info.hour = to_int(time);
+    info.minute = to_int(time + 3);
+    info.second = to_int(time + 6);
     info.time_zone = to_int(time + 8);
-    trace(PROGRESS, "at_nwtime_info.time_val.tm_year = %d%02d%02d,%02d:%02d:%02d,%02d.\n", tm.tm_year,
-          tm.tm_mon, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, info.time_zone);
+    trace(PROGRESS, "at_nwtime_info.time_val.tm_year = %d%02d%02d,%02d:%02d:%02d,%02d.\n", info.year,
+          info.month, info.day, info.hour, info.minute, info.second, info.time_zone);
     trace(PROGRESS, "send time to RUT_MDL_DEVICE!\n");
-    VLK_post_notify_ex(RUT_MDL_DEVICE, EVT_NETWORK_TIME, &info, sizeof info, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_DEVICE, VLK_EVT_NETWORK_TIME, &info, sizeof info, 0, 0);
 }

@@ -2,12 +2,11 @@
 
 #include <cstring>
 
-#include "payloads.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 
 namespace
 {
@@ -18,7 +17,7 @@ struct plmn_code_texts {
 };
 
 /// Takes the field if it is one of the extended reject details.
-void RegInfoParseParam(const at_field &field, rejinfo_record &record)
+void RegInfoParseParam(const at_field &field, vlk_rejinfo &record)
 {
     trace(ERROR, "[%s] in\n", __func__);
     const bool has_value = field.AtFieldValue != nullptr;
@@ -100,13 +99,13 @@ void LineRplmnReportCallback(char *line, int32_t)
             trace(ERROR, "[%s] AtFieldName error\n", __func__);
     }
     fields.release();
-    VLK_post_notify(RUT_MDL_CELL, EVT_RPLMN, plmn, 0);
+    VLK_post_notify(VLK_MODULE_CELL, VLK_EVT_RPLMN, plmn, 0);
     trace(DETAIL, "[%s] end\n", __func__);
 }
 
 void net_eons_report_callback(char *, int32_t)
 {
-    VLK_post_notify(RUT_MDL_NET, EVT_NET_EONS, 0, 0);
+    VLK_post_notify(VLK_MODULE_NET, VLK_EVT_NET_EONS, 0, 0);
     trace(PROGRESS, "Leave net_eons_report_callback()!\n");
 }
 
@@ -117,13 +116,13 @@ void rejinfo_report_callback(char *line, int32_t)
         trace(ERROR, "rejinfo_report_callback report_buf is null.\n");
         return;
     }
-    rejinfo_record record{};
+    vlk_rejinfo record{};
     if (strstr(line, "^REJINFO") == nullptr) {
         trace(ERROR, "rejinfo_report_callback do not find report_buf flag.\n");
         return;
     }
     trace(ERROR, "rejinfo_report_callback find report_buf flag.\n");
-    record.report_id = REPORT_REJINFO;
+    record.report_id = VLK_REPORT_REJINFO;
     report_fields fields("^REJINFO", line);
     if (fields.status() != 0) {
         trace(ERROR, "rejinfo_report_callback at_cmd_parse error,and the ret = %d\n", fields.status());
@@ -147,8 +146,8 @@ void rejinfo_report_callback(char *line, int32_t)
         RegInfoParseParam(field, record);
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_RADIO, EVT_REJECT, &record, sizeof record, 0, 0);
-    VLK_post_notify_ex(RUT_MDL_REGISTRATION, EVT_REJECT, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_RADIO, VLK_EVT_REJECT, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_REGISTRATION, VLK_EVT_REJECT, &record, sizeof record, 0, 0);
     trace(ERROR, "rejinfo_report_callback end.\n");
 }
 
@@ -159,7 +158,7 @@ void NetScanReportCallback(char *line, int32_t)
         trace(DETAIL, "[%s] reportBuf is NULL.", __func__);
         return;
     }
-    netscan_record record{};
+    vlk_netscan record{};
     report_fields fields("^NETSCAN", line);
     if (fields.status() != 0 || fields.empty()) {
         trace(ERROR, "[%s] at_cmd_parse err ret = %d.", __func__, fields.status());
@@ -172,6 +171,6 @@ void NetScanReportCallback(char *line, int32_t)
             record.nr_snr = to_int(field.AtFieldValue);
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_NET, EVT_NET_SCAN, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_NET, VLK_EVT_NET_SCAN, &record, sizeof record, 0, 0);
     trace(DETAIL, "[%s] end.", __func__);
 }

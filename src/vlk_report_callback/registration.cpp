@@ -1,12 +1,11 @@
 // Registration and service state.
 
-#include "payloads.h"
 #include "qep_msg.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 
 namespace
 {
@@ -17,21 +16,21 @@ constexpr int32_t ROAMING_HOME = 0;
 constexpr int32_t ROAMING_ABROAD = 1;
 
 /// What every registration report tells, whichever domain it is about. Leaves cell zeroed.
-void tell_registration(cell_identity_text &cell)
+void tell_registration(vlk_cell_identity &cell)
 {
-    QEP_MSG_SendMsgData(BUS_DIALUP, MSG_NETWORK_STATE, nullptr, 0);
-    VLK_post_notify(RUT_MDL_RADIO, EVT_REGISTRATION, 0, 0);
-    VLK_post_notify(RUT_MDL_RADIO, EVT_REGISTRATION_CELL, 0, 0);
-    VLK_post_notify(RUT_MDL_DEVICE, EVT_DEVICE_REGISTRATION, 0, 0);
-    VLK_post_notify_ex(RUT_MDL_STATISTICS, EVT_CELL_IDENTITY, &cell, sizeof cell, 0, 0);
+    QEP_MSG_SendMsgData(VLK_BUS_DIALUP, VLK_MSG_NETWORK_STATE, nullptr, 0);
+    VLK_post_notify(VLK_MODULE_RADIO, VLK_EVT_REGISTRATION, 0, 0);
+    VLK_post_notify(VLK_MODULE_RADIO, VLK_EVT_REGISTRATION_CELL, 0, 0);
+    VLK_post_notify(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_REGISTRATION, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_STATISTICS, VLK_EVT_CELL_IDENTITY, &cell, sizeof cell, 0, 0);
     wipe(cell);
 }
 
-constexpr named_member<endc_message, int32_t> ENDC_FIELDS[] = {
-    {"endc_available", &endc_message::endc_available},
-    {"endc_plmn_available", &endc_message::endc_plmn_available},
-    {"endc_restricted", &endc_message::endc_restricted},
-    {"nr_pscell", &endc_message::nr_pscell},
+constexpr named_member<vlk_endc, int32_t> ENDC_FIELDS[] = {
+    {"endc_available", &vlk_endc::endc_available},
+    {"endc_plmn_available", &vlk_endc::endc_plmn_available},
+    {"endc_restricted", &vlk_endc::endc_restricted},
+    {"nr_pscell", &vlk_endc::nr_pscell},
 };
 
 } // namespace
@@ -55,10 +54,10 @@ void mode_report_callback(char *line, int32_t)
             format_whole(submode_text, field.AtFieldValue);
     }
     fields.release();
-    const dialup_state_word sys_mode = {to_int(mode_text)};
+    const vlk_network_state sys_mode = {to_int(mode_text)};
     const int32_t sys_submode = to_int(submode_text);
-    QEP_MSG_SendMsgData(BUS_DIALUP, MSG_NETWORK_STATE, &sys_mode, sizeof sys_mode);
-    VLK_post_notify(RUT_MDL_RADIO, EVT_SYSTEM_MODE, sys_mode.state, sys_submode);
+    QEP_MSG_SendMsgData(VLK_BUS_DIALUP, VLK_MSG_NETWORK_STATE, &sys_mode, sizeof sys_mode);
+    VLK_post_notify(VLK_MODULE_RADIO, VLK_EVT_SYSTEM_MODE, sys_mode.state, sys_submode);
 }
 
 void redirect_noservice_report_callback(char *line, int32_t)
@@ -80,18 +79,18 @@ void redirect_noservice_report_callback(char *line, int32_t)
         }
     }
     fields.release();
-    const dialup_state_word srv_status = {to_int(status_text)};
-    QEP_MSG_SendMsgData(BUS_DIALUP, MSG_NETWORK_STATE, &srv_status, sizeof srv_status);
+    const vlk_network_state srv_status = {to_int(status_text)};
+    QEP_MSG_SendMsgData(VLK_BUS_DIALUP, VLK_MSG_NETWORK_STATE, &srv_status, sizeof srv_status);
     if (srv_status.state == SERVICE_VALID) {
         trace(PROGRESS, "[redirect_noservice_report_callback] send message to device!\n");
-        VLK_post_notify(RUT_MDL_DEVICE, EVT_DEVICE_SERVICE, 0, 0);
+        VLK_post_notify(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_SERVICE, 0, 0);
     }
 }
 
 void network_report_callback(char *line, int32_t)
 {
     char state_text[5] = {};
-    cell_identity_text cell{};
+    vlk_cell_identity cell{};
     if (line == nullptr)
         return;
     trace(ERROR, "creg_report_callback .\n");
@@ -116,14 +115,14 @@ void network_report_callback(char *line, int32_t)
     trace(PROGRESS, "vorlink: +CGREG: state=%d\n", state);
     trace(PROGRESS, "[%s] the cgregReportFlag = [%d]\n", __func__, cgregReportFlag);
     if (cgregReportFlag == 1)
-        VLK_post_notify(RUT_MDL_REGISTRATION, EVT_PS_REGISTRATION_STATE, state, 0);
+        VLK_post_notify(VLK_MODULE_REGISTRATION, VLK_EVT_PS_REGISTRATION_STATE, state, 0);
     tell_registration(cell);
 }
 
 void NrNetworkReportCallback(char *line, int32_t)
 {
     char state_text[32] = {};
-    cell_identity_text cell{};
+    vlk_cell_identity cell{};
     if (line == nullptr)
         return;
     trace(ERROR, "[%s] start.\n", __func__);
@@ -145,7 +144,7 @@ void NrNetworkReportCallback(char *line, int32_t)
     tell_registration(cell);
     const int32_t state = to_int(state_text);
     trace(PROGRESS, "[%s] the state = [%d].\n", __func__, state);
-    VLK_post_notify(RUT_MDL_REGISTRATION, EVT_5GS_REGISTRATION_STATE, state, 0);
+    VLK_post_notify(VLK_MODULE_REGISTRATION, VLK_EVT_5GS_REGISTRATION_STATE, state, 0);
 }
 
 void aproaming_report_callback(char *line, int32_t)
@@ -163,9 +162,9 @@ void aproaming_report_callback(char *line, int32_t)
     fields.release();
     trace(PROGRESS, "aproaming_report_callback send notify to net and oled begin...\n");
     if (roaming_status == ROAMING_HOME)
-        VLK_post_notify(RUT_MDL_NET, EVT_NET_HOME, 0, 0);
+        VLK_post_notify(VLK_MODULE_NET, VLK_EVT_NET_HOME, 0, 0);
     else if (roaming_status == ROAMING_ABROAD)
-        VLK_post_notify(RUT_MDL_NET, EVT_NET_ROAMING, 0, 0);
+        VLK_post_notify(VLK_MODULE_NET, VLK_EVT_NET_ROAMING, 0, 0);
     trace(PROGRESS, "aproaming_report_callback send notify to net and oled end\n");
 }
 
@@ -181,7 +180,7 @@ void RrcStateReportCallback(char *line, int32_t)
         trace(ERROR, "[%s] at_cmd_parse err id = %d.", __func__, fields.status());
         return;
     }
-    rrcstat_record record{};
+    vlk_rrcstat record{};
     for (const at_field &field : fields) {
         if (is_named(field, "state"))
             record.state = safe_atoi(field.AtFieldValue);
@@ -190,7 +189,7 @@ void RrcStateReportCallback(char *line, int32_t)
     }
     fields.release();
     record.type = 1;
-    VLK_post_notify_ex(RUT_MDL_RADIO, EVT_RRC_STATE, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_RADIO, VLK_EVT_RRC_STATE, &record, sizeof record, 0, 0);
     trace(DETAIL, "[%s] end.", __func__);
 }
 
@@ -206,7 +205,7 @@ void LendcReportCallback(char *line, int32_t)
         trace(ERROR, "[%s] at_cmd_parse err id = %d.\n", __func__, fields.status());
         return;
     }
-    lendc_record record{};
+    vlk_lendc record{};
     for (const at_field &field : fields) {
         trace(DETAIL, "[%s] the AtFieldName = [%s], AtFieldValue = [%s].", __func__, shown(field.AtFieldName),
               shown(field.AtFieldValue));
@@ -218,8 +217,8 @@ void LendcReportCallback(char *line, int32_t)
     }
     fields.release();
     record.endc.type = 1;
-    VLK_post_notify_ex(RUT_MDL_RADIO, EVT_ENDC, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_RADIO, VLK_EVT_ENDC, &record, sizeof record, 0, 0);
     trace(DETAIL, "%s report ENDC state to lpm...\n", __func__);
-    QEP_MSG_SendMsgData(BUS_LPM, MSG_ENDC, &record.endc, sizeof record.endc);
+    QEP_MSG_SendMsgData(VLK_BUS_LPM, VLK_MSG_ENDC, &record.endc, sizeof record.endc);
     trace(DETAIL, "[%s] end.\n", __func__);
 }

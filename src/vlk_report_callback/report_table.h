@@ -8,91 +8,15 @@
 
 #include "custom/ovel/ovel_common_vlk_report_callback.h"
 #include "report_callbacks.h"
-#include "report_targets.h"
+#include "vlk_report_prefixes.h"
 #include "vlk_report_table.h"
+#include "vlk_reports.h"
 
+#define REPORT_ROW(id, prefix, handler) {id, prefix, handler},
 /// The rows in the order in which they are searched, and the row that ends them.
-inline constexpr std::array<vlk_report_row, VLK_REPORT_ROWS + 1> vlk_report_table = {{
-    {REPORT_CMTI, "+CMTI", sms_index_report_callback},
-    {REPORT_CMT, "+CMT", sms_content_report_callback},
-    {REPORT_CDSI, "+CDSI", sms_index_report_callback},
-    {REPORT_CDS, "+CDS", sms_content_report_callback},
-    {REPORT_CBM, "+CBM", sms_content_report_callback},
-    {5, "^SMMEMFULL", sms_mem_full_report_callback},
-    {6, "RING", nullptr},
-    {7, "CONNECT", nullptr},
-    {8, "+CLIP", nullptr},
-    {9, "^SRVST", redirect_noservice_report_callback},
-    {REPORT_SIMST, "^SIMST", simst_report_callback},
-    {11, "^MODE", mode_report_callback},
-    {12, "^RSSI", rssi_report_callback},
-    {13, "^DSFLOWRPT", dsflow_report_callback},
-    {14, "+CREG", network_report_callback},
-    {15, "^CEND", nullptr},
-    {16, "^CONN", nullptr},
-    {17, "^CONF", nullptr},
-    {18, "^ORIG", nullptr},
-    {19, "^ECLSTAT", nullptr},
-    {20, "^EARST", nullptr},
-    {21, "+CCWA", nullptr},
-    {22, "+CSSI", cssi_report_callback},
-    {23, "+CSSU", cssu_report_callback},
-    {24, "+COLP", nullptr},
-    {25, "+CUSD", cusd_report_callback},
-    {26, "^DCONN", dconn_report_callback},
-    {27, "^DEND", dend_report_callback},
-    {28, "^APDIALUPRPT", apdialup_report_callback},
-    {29, "^APDHCP", nullptr},
-    {30, "^APDIALM", nullptr},
-    {31, "^APCURPROF", nullptr},
-    {32, "^APPROFRD", nullptr},
-    {33, "^APWIFIBS", nullptr},
-    {34, "^APWIFISEC", nullptr},
-    {35, "+CGREG", network_report_callback},
-    {108, "+C5GREG", NrNetworkReportCallback},
-    {36, "^TIME", nullptr},
-    {37, "^NWTIME", net_time_report_callback},
-    {38, "+CTZV", nullptr},
-    {39, "^FACTORY", factory_report_callback},
-    {40, "^APROAMRPT", aproaming_report_callback},
-    {41, "^CARDLOCKNTY", nullptr},
-    {REPORT_HCMGSS, "^HCMGSS", sms_hcmgss_report_callback},
-    {REPORT_HCMGSF, "^HCMGSF", sms_hcmgsf_report_callback},
-    {44, "^ANLEVEL", anelvel_report_callback},
-    {45, "^NORSTFACT", norstfact_report_callback},
-    {46, "^TEMPPRT", tempprt_report_callback},
-    {47, "^STIN", stin_report_callback},
-    {50, "^HCSQ", hcsq_report_callback},
-    {101, "^CERSSI", cerssi_report_callback},
-    {51, "^EONS", net_eons_report_callback},
-    {52, "^LTESIGLEV", ltesiglev_report_callback},
-    {53, "^HFREQINFO", HfreqInfoReportCallback},
-    {54, "^WAKEUPIN", wakeupin_report_callback},
-    {55, "^NDISSTATEX", ndisstatex_report_callback},
-    {56, "XLEMA", nullptr},
-    {77, "^NDISSTAT", ndisstat_report_callback},
-    {REPORT_REJINFO, "^REJINFO", rejinfo_report_callback},
-    {57, "^PLMN", plmn_report_callback},
-    {78, "^MMIENTER", mmi_enter_report_callback},
-    {79, "^CCALLSTATE", nullptr},
-    {80, "^EXSIMST", exsimst_report_callback},
-    {94, "^IMSIREFRESH", nullptr},
-    {87, "IRING", nullptr},
-    {88, "^CCWA", nullptr},
-    {91, "^CSCHANNELINFO", nullptr},
-    {92, "^LCACELLURC", ltecacell_report_callback},
-    {76, "^SIMREFRESH", sim_refresh_report_callback},
-    {76, "^SIMREFRESH", ovel_hook_vlk_report_sim_refresh}, // never chosen: the row above runs the hook last
-    {104, "^CPBREADY", CpbReadyReportCallback},
-    {106, "^LENDC", LendcReportCallback},
-    {109, "^NETSCAN", NetScanReportCallback},
-    {110, "^RRCSTAT", RrcStateReportCallback},
-    {111, "^REPORTLINERPLMN", LineRplmnReportCallback},
-    {112, "^REPORTLINEINDEX", LineIndexReportCallback},
-    {113, "^HSRCELLINFO", LineCellInfoCallback},
-    {115, "^CSERSSI", CseRssiReportCallback},
-    {123, nullptr, nullptr},
-}};
+inline constexpr std::array<vlk_report_row, VLK_REPORT_ROWS + 1> vlk_report_table = {
+    {VLK_REPORT_ROWS_IN_ORDER(REPORT_ROW){123, nullptr, nullptr}}};
+#undef REPORT_ROW
 
 namespace report_table_check
 {

@@ -2,30 +2,29 @@
 
 #include <cstring>
 
-#include "payloads.h"
 #include "qep_msg.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 #include "vorlink/stored_report.h"
 
 namespace
 {
 
-constexpr named_member<cerssi_record, int32_t> CERSSI_FIELDS[] = {
-    {"rssi", &cerssi_record::rssi},   {"rscp", &cerssi_record::rscp},   {"ecio", &cerssi_record::ecio},
-    {"rsrp", &cerssi_record::rsrp},   {"rsrq", &cerssi_record::rsrq},   {"rssnr", &cerssi_record::rssnr},
-    {"ri", &cerssi_record::ri},       {"cqi0", &cerssi_record::cqi0},   {"cqi1", &cerssi_record::cqi1},
-    {"rfnum", &cerssi_record::rfnum}, {"rsrp1", &cerssi_record::rsrp1}, {"rsrp2", &cerssi_record::rsrp2},
-    {"rsrp3", &cerssi_record::rsrp3}, {"rsrp4", &cerssi_record::rsrp4}, {"sinr1", &cerssi_record::sinr1},
-    {"sinr2", &cerssi_record::sinr2}, {"sinr3", &cerssi_record::sinr3}, {"sinr4", &cerssi_record::sinr4},
+constexpr named_member<vlk_cerssi, int32_t> CERSSI_FIELDS[] = {
+    {"rssi", &vlk_cerssi::rssi},   {"rscp", &vlk_cerssi::rscp},   {"ecio", &vlk_cerssi::ecio},
+    {"rsrp", &vlk_cerssi::rsrp},   {"rsrq", &vlk_cerssi::rsrq},   {"rssnr", &vlk_cerssi::rssnr},
+    {"ri", &vlk_cerssi::ri},       {"cqi0", &vlk_cerssi::cqi0},   {"cqi1", &vlk_cerssi::cqi1},
+    {"rfnum", &vlk_cerssi::rfnum}, {"rsrp1", &vlk_cerssi::rsrp1}, {"rsrp2", &vlk_cerssi::rsrp2},
+    {"rsrp3", &vlk_cerssi::rsrp3}, {"rsrp4", &vlk_cerssi::rsrp4}, {"sinr1", &vlk_cerssi::sinr1},
+    {"sinr2", &vlk_cerssi::sinr2}, {"sinr3", &vlk_cerssi::sinr3}, {"sinr4", &vlk_cerssi::sinr4},
 };
 
-constexpr named_member<hcsq_record, int32_t> HCSQ_VALUES[] = {
-    {"value1", &hcsq_record::value1}, {"value2", &hcsq_record::value2}, {"value3", &hcsq_record::value3},
-    {"value4", &hcsq_record::value4}, {"value5", &hcsq_record::value5},
+constexpr named_member<vlk_hcsq, int32_t> HCSQ_VALUES[] = {
+    {"value1", &vlk_hcsq::value1}, {"value2", &vlk_hcsq::value2}, {"value3", &vlk_hcsq::value3},
+    {"value4", &vlk_hcsq::value4}, {"value5", &vlk_hcsq::value5},
 };
 
 struct sysmode_row {
@@ -63,13 +62,13 @@ void anelvel_report_callback(char *line, int32_t)
             level = safe_atoi(field.AtFieldValue);
     }
     fields.release();
-    VLK_post_notify(RUT_MDL_RADIO, EVT_SIGNAL_LEVEL, level, 0);
+    VLK_post_notify(VLK_MODULE_RADIO, VLK_EVT_SIGNAL_LEVEL, level, 0);
 }
 
 void cerssi_report_callback(char *line, int32_t length)
 {
     trace(PROGRESS, "Enter cerssi_report_callback.\n");
-    cerssi_record record{};
+    vlk_cerssi record{};
     if (line == nullptr || length < 0) {
         trace(ERROR, "cerssi_report_callback invalid parameter, return!\n");
         return;
@@ -88,8 +87,8 @@ void cerssi_report_callback(char *line, int32_t length)
             trace(PROGRESS, "This node cannot be resolved\n");
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_RADIO, EVT_SIGNAL_DETAIL, &record, sizeof record, 0, 0);
-    const lpm_signal_levels levels = {
+    VLK_post_notify_ex(VLK_MODULE_RADIO, VLK_EVT_SIGNAL_DETAIL, &record, sizeof record, 0, 0);
+    const vlk_signal_levels levels = {
         .rssi = record.rssi,
         .rscp = record.rscp,
         .ecio = record.ecio,
@@ -99,14 +98,14 @@ void cerssi_report_callback(char *line, int32_t length)
         .ri = record.ri,
     };
     trace(DETAIL, "%s report cerssi to lpm...\n", __func__);
-    QEP_MSG_SendMsgData(BUS_LPM, MSG_SIGNAL_LEVELS, &levels, sizeof levels);
+    QEP_MSG_SendMsgData(VLK_BUS_LPM, VLK_MSG_SIGNAL_LEVELS, &levels, sizeof levels);
     trace(PROGRESS, "Leave cerssi_report_callback() \n");
 }
 
 void CseRssiReportCallback(char *line, int32_t length)
 {
     trace(PROGRESS, "%s Enter", __func__);
-    lpm_signal_record record{};
+    vlk_cserssi record{};
     if (line == nullptr || length <= 0) {
         trace(ERROR, "%s invalid parameter, return", __func__);
         return;
@@ -129,13 +128,13 @@ void CseRssiReportCallback(char *line, int32_t length)
     }
     fields.release();
     trace(DETAIL, "%s report cserssi to lpm...\n", __func__);
-    QEP_MSG_SendMsgData(BUS_LPM, MSG_5G_SIGNAL_LEVELS, &record, sizeof record);
+    QEP_MSG_SendMsgData(VLK_BUS_LPM, VLK_MSG_5G_SIGNAL_LEVELS, &record, sizeof record);
     trace(PROGRESS, "%s Leave", __func__);
 }
 
 void hcsq_report_callback(char *line, int32_t length)
 {
-    hcsq_record record{};
+    vlk_hcsq record{};
     trace(ERROR, "Enter hcsq_report_callback().\n");
     if (line == nullptr || length < 0) {
         trace(ERROR, "hcsq_report_callback invalid parameter, return!\n");
@@ -155,8 +154,8 @@ void hcsq_report_callback(char *line, int32_t length)
             record.*member = safe_atoi(field.AtFieldValue);
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_RADIO, EVT_SIGNAL_QUALITY, &record, sizeof record, 0, 0);
-    QEP_MSG_SendMsgData(BUS_BEHAVIOR, MSG_SIGNAL_QUALITY, &record, sizeof record);
+    VLK_post_notify_ex(VLK_MODULE_RADIO, VLK_EVT_SIGNAL_QUALITY, &record, sizeof record, 0, 0);
+    QEP_MSG_SendMsgData(VLK_BUS_BEHAVIOR, VLK_MSG_SIGNAL_QUALITY, &record, sizeof record);
     trace(PROGRESS, "Leave hcsq_report_callback() \n");
 }
 

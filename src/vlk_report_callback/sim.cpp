@@ -1,19 +1,18 @@
 // The SIM card.
 
 #include "custom/ovel/ovel_common_vlk_report_callback.h"
-#include "payloads.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 
 namespace
 {
 
 constexpr int32_t LOCK_STATE_LOCKED = 1;
 
-bool is_unusable(const sim_state_pair &states)
+bool is_unusable(const vlk_sim_states &states)
 {
     return states.sim_state == SIM_STATE_INVALID || states.sim_state == SIM_STATE_NO_CARD ||
            states.lock_state == LOCK_STATE_LOCKED;
@@ -26,13 +25,13 @@ void simst_report_callback(char *line, int32_t)
     if (line == nullptr)
         return;
     trace(PROGRESS, "[simst_report_callback] enter!\n");
-    simst_record record{};
+    vlk_simst record{};
     report_fields fields("^SIMST", line);
     if (fields.status() != 0 || fields.empty()) {
         trace(ERROR, "simst_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    sim_state_pair &states = record.states;
+    vlk_sim_states &states = record.states;
     for (const at_field &field : fields) {
         if (is_named(field, "sim_state"))
             states.sim_state = safe_atoi(field.AtFieldValue);
@@ -40,15 +39,15 @@ void simst_report_callback(char *line, int32_t)
             states.lock_state = safe_atoi(field.AtFieldValue);
     }
     fields.release();
-    record.report_id = REPORT_SIMST;
-    VLK_post_notify_ex(RUT_MDL_27, EVT_SIM_STATE, &record, sizeof record, 0, 0);
+    record.report_id = VLK_REPORT_SIMST;
+    VLK_post_notify_ex(VLK_MODULE_27, VLK_EVT_SIM_STATE, &record, sizeof record, 0, 0);
     if (is_unusable(states))
-        VLK_post_notify(RUT_MDL_75, EVT_SIM_UNUSABLE, 0, 0);
+        VLK_post_notify(VLK_MODULE_75, VLK_EVT_SIM_UNUSABLE, 0, 0);
     ovel_hook_vlk_report_imsi_change(&states.sim_state);
-    VLK_post_notify(RUT_MDL_RADIO, EVT_RADIO_SIM_STATE, states.sim_state, states.lock_state);
-    VLK_post_notify(RUT_MDL_DEVICE, EVT_DEVICE_SIM_STATE, states.sim_state, states.lock_state);
-    VLK_post_notify_ex(RUT_MDL_6, EVT_SIM_STATE_PAIR, &states, sizeof states, 0, 0);
-    VLK_post_notify(RUT_MDL_DIALUP, EVT_DIALUP_SIM_STATE, states.sim_state, states.lock_state);
+    VLK_post_notify(VLK_MODULE_RADIO, VLK_EVT_RADIO_SIM_STATE, states.sim_state, states.lock_state);
+    VLK_post_notify(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_SIM_STATE, states.sim_state, states.lock_state);
+    VLK_post_notify_ex(VLK_MODULE_6, VLK_EVT_SIM_STATE_PAIR, &states, sizeof states, 0, 0);
+    VLK_post_notify(VLK_MODULE_DIALUP, VLK_EVT_DIALUP_SIM_STATE, states.sim_state, states.lock_state);
     mlog_print("vorlink", PROGRESS, "^SIMST: sim_status=%d, simlock_status=%d\n", states.sim_state,
                states.lock_state);
 }
@@ -73,10 +72,10 @@ void sim_refresh_report_callback(char *line, int32_t length)
     fields.release();
     const int32_t file_type = to_int(type_text);
     trace(DETAIL, "[%s] file_type = %d, send msg to net , sms, dialup, device\n", __func__, file_type);
-    VLK_post_notify(RUT_MDL_NET, EVT_NET_SIM_REFRESH, file_type, 0);
-    VLK_post_notify(RUT_MDL_SMS, EVT_SMS_SIM_REFRESH, 0, 0);
-    VLK_post_notify(RUT_MDL_DIALUP, EVT_DIALUP_SIM_REFRESH, 0, 0);
-    VLK_post_notify(RUT_MDL_DEVICE, EVT_DEVICE_SIM_REFRESH, 0, 0);
+    VLK_post_notify(VLK_MODULE_NET, VLK_EVT_NET_SIM_REFRESH, file_type, 0);
+    VLK_post_notify(VLK_MODULE_SMS, VLK_EVT_SMS_SIM_REFRESH, 0, 0);
+    VLK_post_notify(VLK_MODULE_DIALUP, VLK_EVT_DIALUP_SIM_REFRESH, 0, 0);
+    VLK_post_notify(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_SIM_REFRESH, 0, 0);
     ovel_hook_vlk_report_sim_refresh(line, length); // tells sms once more
 }
 
@@ -93,5 +92,5 @@ void exsimst_report_callback(char *line, int32_t)
 void CpbReadyReportCallback(char *, int32_t)
 {
     trace(DETAIL, "[%s] start.\n", __func__);
-    VLK_post_notify(RUT_MDL_DEVICE, EVT_DEVICE_PHONE_BOOK_READY, 0, 0);
+    VLK_post_notify(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_PHONE_BOOK_READY, 0, 0);
 }

@@ -3,24 +3,24 @@
 #include <cstring>
 #include <span>
 
-#include "payloads.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 
 namespace
 {
 
 /// One of the reports that a handler serves.
 struct sms_kind {
-    report_id id;
+    vlk_report_id id;
     const char *prefix;
 };
 
-constexpr sms_kind INDEX_KINDS[] = {{REPORT_CDSI, "+CDSI"}, {REPORT_CMTI, "+CMTI"}};
-constexpr sms_kind CONTENT_KINDS[] = {{REPORT_CMT, "+CMT"}, {REPORT_CDS, "+CDS"}, {REPORT_CBM, "+CBM"}};
+constexpr sms_kind INDEX_KINDS[] = {{VLK_REPORT_CDSI, "+CDSI"}, {VLK_REPORT_CMTI, "+CMTI"}};
+constexpr sms_kind CONTENT_KINDS[] = {
+    {VLK_REPORT_CMT, "+CMT"}, {VLK_REPORT_CDS, "+CDS"}, {VLK_REPORT_CBM, "+CBM"}};
 
 /// The first kind whose prefix occurs in the line, nullptr when none does.
 const sms_kind *kind_of(const char *line, std::span<const sms_kind> kinds)
@@ -42,7 +42,7 @@ void sms_index_report_callback(char *line, int32_t)
     const sms_kind *kind = kind_of(line, INDEX_KINDS);
     if (kind == nullptr)
         return;
-    sms_index_record record{};
+    vlk_sms_index record{};
     record.report_id = kind->id;
     report_fields fields(kind->prefix, line);
     if (fields.status() != 0) {
@@ -56,7 +56,7 @@ void sms_index_report_callback(char *line, int32_t)
             record.index = safe_atoi(field.AtFieldValue);
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_SMS, EVT_SMS_ARRIVED, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED, &record, sizeof record, 0, 0);
     wipe(record);
 }
 
@@ -68,7 +68,7 @@ void sms_content_report_callback(char *line, int32_t)
     const sms_kind *kind = kind_of(line, CONTENT_KINDS);
     if (kind == nullptr)
         return;
-    sms_content_record record{};
+    vlk_sms_content record{};
     record.report_id = kind->id;
     report_fields fields(kind->prefix, line);
     if (fields.status() != 0) {
@@ -82,7 +82,7 @@ void sms_content_report_callback(char *line, int32_t)
             copy_whole(record.pdu, field.AtFieldValue);
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_SMS, EVT_SMS_ARRIVED, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED, &record, sizeof record, 0, 0);
     wipe(record);
 }
 
@@ -93,8 +93,8 @@ void sms_hcmgss_report_callback(char *line, int32_t)
         return;
     }
     trace(DETAIL, "[sms_hcmgss_report_callback] enter... \n");
-    hcmgss_record record{};
-    record.report_id = REPORT_HCMGSS;
+    vlk_hcmgss record{};
+    record.report_id = VLK_REPORT_HCMGSS;
     report_fields fields("^HCMGSS", line);
     if (fields.status() != 0) {
         trace(ERROR, "sms_hcmgss_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
@@ -105,7 +105,7 @@ void sms_hcmgss_report_callback(char *line, int32_t)
             record.mr = safe_atoi(field.AtFieldValue);
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_SMS, EVT_SMS_SEND_RESULT, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_SEND_RESULT, &record, sizeof record, 0, 0);
     wipe(record);
     trace(DETAIL, "[sms_hcmgss_report_callback] end ! \n");
 }
@@ -117,8 +117,8 @@ void sms_hcmgsf_report_callback(char *line, int32_t)
         return;
     }
     trace(DETAIL, "[sms_hcmgsf_report_callback] enter... \n");
-    hcmgsf_record record{};
-    record.report_id = REPORT_HCMGSF;
+    vlk_hcmgsf record{};
+    record.report_id = VLK_REPORT_HCMGSF;
     report_fields fields("^HCMGSF", line);
     if (fields.status() != 0) {
         trace(ERROR, "sms_hcmgf_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
@@ -129,7 +129,7 @@ void sms_hcmgsf_report_callback(char *line, int32_t)
             record.errCode = safe_atoi(field.AtFieldValue);
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_SMS, EVT_SMS_SEND_RESULT, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_SEND_RESULT, &record, sizeof record, 0, 0);
     wipe(record);
     trace(DETAIL, "[sms_hcmgsf_report_callback] end ! \n");
 }
@@ -148,7 +148,7 @@ void sms_mem_full_report_callback(char *line, int32_t)
     }
     for (const at_field &field : fields) {
         if (is_named(field, "mem_type") && safe_strcmp(field.AtFieldValue, "SM") == 0) {
-            VLK_post_notify_ex(RUT_MDL_SMS, EVT_SMS_MEMORY_FULL, nullptr, 0, 0, 0);
+            VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_MEMORY_FULL, nullptr, 0, 0, 0);
             break;
         }
     }

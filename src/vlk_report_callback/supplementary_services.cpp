@@ -2,18 +2,17 @@
 
 #include <algorithm>
 
-#include "payloads.h"
 #include "qep_notify.h"
 #include "report_callbacks.h"
 #include "report_fields.h"
-#include "report_targets.h"
 #include "report_trace.h"
+#include "vlk_reports.h"
 
 namespace
 {
 
 /// Turns the CRs that stand for the network's NULs back, within the value and within the field.
-void restore_nuls(cusd_record &record)
+void restore_nuls(vlk_cusd &record)
 {
     const auto value_length = static_cast<std::size_t>(record.cusdStr_length);
     char *end = record.cusdStr + std::min(value_length, sizeof record.cusdStr);
@@ -33,7 +32,7 @@ void cusd_report_callback(char *line, int32_t length)
         std::replace(line, line + length, '\0', '\r');
         trace(PROGRESS, "cusd report string include zero char: %s\n", line);
     }
-    cusd_record record{};
+    vlk_cusd record{};
     report_fields fields("+CUSD", line);
     if (fields.status() != 0) {
         trace(ERROR, "ussd_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
@@ -52,7 +51,7 @@ void cusd_report_callback(char *line, int32_t length)
     fields.release();
     if (has_nuls)
         restore_nuls(record);
-    VLK_post_notify_ex(RUT_MDL_USSD, EVT_USSD, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_USSD, VLK_EVT_USSD, &record, sizeof record, 0, 0);
     wipe(record);
 }
 
@@ -61,7 +60,7 @@ void stin_report_callback(char *line, int32_t)
     if (line == nullptr)
         return;
     trace(PROGRESS, "[stin_report_callback] enter!\n");
-    stin_record record{};
+    vlk_stin record{};
     report_fields fields("^STIN", line);
     if (fields.status() != 0) {
         trace(ERROR, "[stk]stin_report_callback: at_cmd_parse return error ret = %d\n", fields.status());
@@ -77,7 +76,7 @@ void stin_report_callback(char *line, int32_t)
             record.isTimeOut = low_bits;
     }
     fields.release();
-    VLK_post_notify_ex(RUT_MDL_TOOLKIT, EVT_TOOLKIT, &record, sizeof record, 0, 0);
+    VLK_post_notify_ex(VLK_MODULE_TOOLKIT, VLK_EVT_TOOLKIT, &record, sizeof record, 0, 0);
 }
 
 void cssu_report_callback(char *line, int32_t)

@@ -15,6 +15,7 @@
 #include "vlk_msgq.h"
 #include "vlk_queues.h"
 #include "vlk_register.h"
+#include "vlk_reports.h"
 #include "vlk_task.h"
 #include "vorlink_trace.h"
 
@@ -142,7 +143,7 @@ int vlk_cmee(int *retcode)
 void vlk_notify_qep_datacard_inserted()
 {
     trace(PROGRESS, "vlk_notify_qep_datacard_inserted(): enter\n");
-    QEP_MSG_SendSimpleMsg("cms", MSG_DATACARD_INSERTED, 0);
+    QEP_MSG_SendSimpleMsg(VLK_BUS_CMS, VLK_MSG_DATACARD_INSERTED, 0);
     trace(PROGRESS, "vlk_notify_qep_datacard_inserted(): leave\n");
 }
 

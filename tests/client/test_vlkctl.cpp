@@ -7,7 +7,7 @@
 
 #include "../process.h"
 #include "fake_daemon.h"
-#include "vlk_report_callback/payloads.h"
+#include "vlk_reports.h"
 
 namespace
 {
@@ -120,52 +120,51 @@ TEST_F(VlkctlTest, MonitorReadsEveryRecordOfTheDaemon)
         string data;
         const char *shown; // at the line's end
     } const cases[] = {
-        {"1", 1008, bytes(sms_index_record{0, "SM", -3}), R"( +CMTI mem="SM" index=-3)"},
-        {"1", 1008, bytes(sms_content_record{1, 65535, "00"}), R"( +CMT length=65535 pdu="00")"},
-        {"1", 1008, bytes(sms_index_record{2, "fifteen letters", 1}),
-         R"( +CDSI mem="fifteen letters" index=1)"},
-        {"1", 1008, bytes(sms_content_record{4, 1, ""}), R"( +CBM length=1 pdu="")"},
-        {"1", 1010, bytes(hcmgss_record{42, 7, {}}), " ^HCMGSS mr=7"},
-        {"1", 1010, bytes(hcmgsf_record{43, -5}), " ^HCMGSF errCode=-5"},
-        {"2", 2003, bytes(cusd_record{-1, "a\0\"\n\xE9", 600, 15, 0}),
+        {"1", 1008, bytes(vlk_sms_index{0, "SM", -3}), R"( +CMTI mem="SM" index=-3)"},
+        {"1", 1008, bytes(vlk_sms_content{1, 65535, "00"}), R"( +CMT length=65535 pdu="00")"},
+        {"1", 1008, bytes(vlk_sms_index{2, "fifteen letters", 1}), R"( +CDSI mem="fifteen letters" index=1)"},
+        {"1", 1008, bytes(vlk_sms_content{4, 1, ""}), R"( +CBM length=1 pdu="")"},
+        {"1", 1010, bytes(vlk_hcmgss{42, 7, {}}), " ^HCMGSS mr=7"},
+        {"1", 1010, bytes(vlk_hcmgsf{43, -5}), " ^HCMGSF errCode=-5"},
+        {"2", 2003, bytes(vlk_cusd{-1, "a\0\"\n\xE9", 600, 15, 0}),
          R"( rspType=-1 cusdStr="a\x00\x22\x0A\xE9" cusdStr_length=600 codeType=15)"},
-        {"6", 6001, bytes(sim_state_pair{-1, 2}), " sim_state=-1 lock_state=2"},
-        {"7", 7056, bytes(netscan_record{-95, 12, 0}), " 5grsrp=-95 5grssnr=12"},
-        {"9", 4047, bytes(at_nwtime_info{{30, 20, 10, 31, 5, 2024, 0, 0, 0, 0, 0}, -32, 0}),
+        {"6", 6001, bytes(vlk_sim_states{-1, 2}), " sim_state=-1 lock_state=2"},
+        {"7", 7056, bytes(vlk_netscan{-95, 12, 0}), " 5grsrp=-95 5grssnr=12"},
+        {"9", 4047, bytes(vlk_nwtime{30, 20, 10, 31, 5, 2024, {}, -32, 0}),
          " year=2024 month=5 day=31 hour=10 minute=20 second=30 time_zone=-32"},
-        {"18", 18002, bytes(dsflow_record{UINT32_MAX, 1, 2, 0, UINT64_MAX, 3, 4, 5}),
+        {"18", 18002, bytes(vlk_dsflow{UINT32_MAX, 1, 2, 0, UINT64_MAX, 3, 4, 5}),
          " curr_ds_time=4294967295 tx_rate=1 rx_rate=2 curr_tx_flow=18446744073709551615 curr_rx_flow=3 "
          "qos_tx_rate=4 qos_rx_rate=5"},
-        {"18", 18034, bytes(cell_identity_text{"0C3D4E5F"}), R"( ci="0C3D4E5F")"},
-        {"19", 19016, bytes(hcsq_record{-1, 1, 2, 3, 4, 5}),
+        {"18", 18034, bytes(vlk_cell_identity{"0C3D4E5F"}), R"( ci="0C3D4E5F")"},
+        {"19", 19016, bytes(vlk_hcsq{-1, 1, 2, 3, 4, 5}),
          " sysmode=-1 value1=1 value2=2 value3=3 value4=4 value5=5"},
         {"19", 19034,
-         bytes(cerssi_record{{}, -1, -2, -3, -4, -5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 0}),
+         bytes(vlk_cerssi{{}, -1, -2, -3, -4, -5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 0}),
          " rssi=-1 rscp=-2 ecio=-3 rsrp=-4 rsrq=-5 rssnr=6 ri=7 cqi0=8 cqi1=9 rfnum=10 rsrp1=11 rsrp2=12 "
          "rsrp3=13 rsrp4=14 sinr1=15 sinr2=16 sinr3=17 sinr4=18"},
-        {"19", 19036, bytes(lendc_record{{1, 2, 3, 4, 5}, 0}),
+        {"19", 19036, bytes(vlk_lendc{{1, 2, 3, 4, 5}, 0}),
          " endc_available=2 endc_plmn_available=3 endc_restricted=4 nr_pscell=5"},
-        {"19", 19039, bytes(rrcstat_record{1, -2, 0}), " state=-2"},
-        {"27", 27003, bytes(simst_record{10, {255, 1}}), " sim_state=255 lock_state=1"},
-        {"33", 33001, bytes(stin_record{255, 1, 2, {}}), " cmdTpye=255 cmdIndex=1 isTimeOut=2"},
-        {"74", 9004, bytes(factory_reset_word{5}), " value=5"},
-        {"103", 103002, bytes(line_index_record{"line-a", {}, {4, -7}, 2, -2}),
+        {"19", 19039, bytes(vlk_rrcstat{1, -2, 0}), " state=-2"},
+        {"27", 27003, bytes(vlk_simst{10, {255, 1}}), " sim_state=255 lock_state=1"},
+        {"33", 33001, bytes(vlk_stin{255, 1, 2, {}}), " cmdTpye=255 cmdIndex=1 isTimeOut=2"},
+        {"74", 9004, bytes(vlk_factory_reset{5}), " value=5"},
+        {"103", 103002, bytes(vlk_line_index{"line-a", {}, {4, -7}, 2, -2}),
          R"( first_field="line-a" indexList=[4,-7,0,0,0,0,0,0,0,0] loop=2)"},
-        {"103", 103003, bytes(cell_info_record{5, "12345", 1, {}, 0, -345, 12}),
+        {"103", 103003, bytes(vlk_hsrcellinfo{5, "12345", 1, {}, 0, -345, 12}),
          R"( Rat=5 cell_id="12345" HighSpeedFlg=1 CellIdLowBit=-345 CellIdHighBit=12)"},
-        {"106", 31007, bytes(rejinfo_record{59, "00101", 1, 2, 3, 4, 5, "1A2B", "05", "01C3", -6, {}}),
+        {"106", 31007, bytes(vlk_rejinfo{59, "00101", 1, 2, 3, 4, 5, "1A2B", "05", "01C3", -6, {}}),
          R"( plmnid="00101" srvdomain=1 rejectcause=2 rattype=3 rejectType=4 rejectOriginalCause=5 )"
          R"(rejectLac="1A2B" rejectRac="05" rejectCellId="01C3" rejectEsmCause=-6)"},
-        {"cms", 34843, bytes(dsflow_stats{1, UINT32_MAX, 2, 3}),
+        {"cms", 34843, bytes(vlk_dsflow_stats{1, UINT32_MAX, 2, 3}),
          " peak_tx_rate=1 peak_rx_rate=4294967295 curr_tx_flow=2 curr_rx_flow=3"},
-        {"dialup", 166660, bytes(connection_message{2, -33}), " cid=2 cause=-33"},
-        {"dialup", 166661, bytes(dialup_state_word{-5}), " ^MODE/^SRVST state=-5"},
-        {"lpm", 91393, bytes(dsflow_rates{1, UINT32_MAX}), " tx_rate=1 rx_rate=4294967295"},
-        {"lpm", 91394, bytes(hfreq_message{6, 3, 100, -1}), " sysmode=6 band_class=3 dl_bw1=100 ul_bw1=-1"},
-        {"lpm", 91395, bytes(lpm_signal_levels{-1, -2, -3, -4, -5, 6, 7}),
+        {"dialup", 166660, bytes(vlk_connection{2, -33}), " cid=2 cause=-33"},
+        {"dialup", 166661, bytes(vlk_network_state{-5}), " ^MODE/^SRVST state=-5"},
+        {"lpm", 91393, bytes(vlk_dsflow_rates{1, UINT32_MAX}), " tx_rate=1 rx_rate=4294967295"},
+        {"lpm", 91394, bytes(vlk_hfreqinfo{6, 3, 100, -1}), " sysmode=6 band_class=3 dl_bw1=100 ul_bw1=-1"},
+        {"lpm", 91395, bytes(vlk_signal_levels{-1, -2, -3, -4, -5, 6, 7}),
          " rssi=-1 rscp=-2 ecio=-3 rsrp=-4 rsrq=-5 rssnr=6 ri=7"},
-        {"lpm", 91396, bytes(lpm_signal_record{{}, -95, -11, 18}), " 5grsrp=-95 5grsrq=-11 5grssnr=18"},
-        {"lpm", 91397, bytes(endc_message{1, 2, 3, 4, 5}),
+        {"lpm", 91396, bytes(vlk_cserssi{{}, -95, -11, 18}), " 5grsrp=-95 5grsrq=-11 5grssnr=18"},
+        {"lpm", 91397, bytes(vlk_endc{1, 2, 3, 4, 5}),
          " endc_available=2 endc_plmn_available=3 endc_restricted=4 nr_pscell=5"},
     };
     vlkctl monitor("monitor --count " + std::to_string(std::size(cases)));
@@ -184,7 +183,7 @@ TEST_F(VlkctlTest, MonitorNamesWhatItKnowsAndHidesNothing)
 {
     const auto send_all = [this] {
         daemon.subscribe_listener();
-        daemon.send({HOST_EVENT_DATA, 7, 7056, 0, 0, 4, "", 0}, bytes(netscan_record{-95, 12, 0}));
+        daemon.send({HOST_EVENT_DATA, 7, 7056, 0, 0, 4, "", 0}, bytes(vlk_netscan{-95, 12, 0}));
         daemon.send(packet_to("7", 7056), "\x01\xAB");
         daemon.send(packet_to("1", 1010), {"\x63\0\0\0\0\0\0\0", 8}); // no such report id
         daemon.send(packet_to("dialup", 166661));

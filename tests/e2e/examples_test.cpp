@@ -12,6 +12,11 @@ TEST(Examples, WorkAsTheyStandInTheDocuments)
     EXPECT_TRUE(listener.wait_for_output("event 31000: 2 85, 0 bytes of data, 0 missed before\n"))
         << listener.out;
 
+    process quality({EXAMPLE_LISTEN, "19"}, system.variables);
+    ASSERT_TRUE(quality.wait_for_error("listening")) << quality.err;
+    system.tell_modem("report ^HCSQ: \"LTE\",52,45,160,22");
+    EXPECT_TRUE(quality.wait_for_output("system mode 2, values 52 45 160 22 0\n")) << quality.out;
+
     const std::vector<std::string> programs[] = {
         {EXAMPLE_COMMAND_C}, {EXAMPLE_PLAIN_C}, {"/usr/bin/env", "python3", EXAMPLE_COMMAND_PY}};
     for (std::vector<std::string> program : programs) {
