@@ -1,4 +1,5 @@
-/* Parsing of unsolicited reports into named fields. One thread at a time. */
+/* Parsing of unsolicited reports into named fields. One thread at a time. The names and their order are part of the
+ * contract: the handlers ask for fields by these names (docs/reports.md has them, report by report). */
 #ifndef AT_PARSE_H
 #define AT_PARSE_H
 

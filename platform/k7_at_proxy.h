@@ -1,4 +1,19 @@
-/* AT proxy: the owner of the modem's AT channels. */
+/* AT proxy: the owner of the modem's AT channels. The port turns the modem's bytes into deliveries; where one ends
+ * means something to the daemon, so it must not depend on how the bytes were read.
+ *
+ * A delivery
+ * - has 1 to 1499 bytes (K7_DELIVERY_MAX) of whole lines, each with CR LF behind it, as the modem sent them. A line
+ *   that is longer, or that the modem does not end, comes in pieces that are deliveries of their own.
+ * - ends behind a prompt for a message text, which is the two bytes "> " without a line end, at the start of a line;
+ *   lines in front of an awaited prompt are part of its delivery.
+ * - ends behind a line that ends a command (at_is_final_result in host/at_framing.h has the list). A second final
+ *   result in one delivery would be judged as a report.
+ * - has a +CMT or +CDS header and its PDU as one line, joined by a single LF; the lines of a quoted +CUSD text too.
+ * - has the line of a +CBM header and the line of its PDU, both or neither.
+ * - is, where it holds a ^HCMGR header, that header, its body up to Ctrl-Z and a line end, and nothing behind it.
+ *
+ * Echoes of commands are off, or the port drops them. host/at_framing does all of this without a system call, for
+ * every port whose driver gives bytes. */
 #ifndef K7_AT_PROXY_H
 #define K7_AT_PROXY_H
 
@@ -8,18 +23,25 @@
 extern "C" {
 #endif
 
-/* Takes length bytes of modem text; data is valid during the call only. Runs on a thread of the proxy. 0: taken. */
+#define K7_DELIVERY_MAX 1499 /* bytes */
+
+/* Takes a delivery of length bytes; data is valid during the call only and may hold NULs. Called by one thread of the
+ * proxy at a time. 0: taken. Else nothing was, because too many deliveries wait: the proxy
+ * keeps this one, reads no more of the modem and tries again when the daemon has taken some. */
 typedef int (*k7_data_proc)(uint32_t channel, const char *data, uint32_t length);
 
-/* Writes length bytes to the modem, whole or not at all as far as the caller is concerned, within a bounded time.
- * Any thread. 0 when accepted. */
+/* Writes length bytes, one command line with its CR or a message text with its Ctrl-Z, to the modem: whole or not at
+ * all as far as the caller is concerned, within a bounded time, never between the bytes of another call. text may
+ * hold NULs and is valid during the call only. Any thread. 0 when accepted. */
 typedef int (*k7_send_proc)(uint32_t channel, const char *text, uint16_t length);
 
 /* Registers the caller on a channel. *send_proc is set once the modem can be written to, before the call returns;
- * until then it is left alone and the caller registers again. 0 on success. */
+ * until then it is left alone and the caller registers again, a second later. From then on data_proc is called.
+ * Main thread. 0 on success. */
 int K7_APP_RegCallBack(uint32_t channel, k7_data_proc data_proc, k7_send_proc *send_proc);
 
-/* Ends every registration of this process: nothing is delivered any more and sends are refused. 0 on success. */
+/* Ends every registration of this process: nothing is delivered any more and sends are refused. It does not come
+ * back. Any thread. 0 on success. */
 int K7_App_Ungister(void);
 
 #ifdef __cplusplus

@@ -1,5 +1,10 @@
-/* Record queues. Plain queues live in the process; extended queues are shared with other processes and outlive it.
- * Ids are >= 0, -1 is none; every function refuses an id of -1. Any thread. */
+/* Record queues. Plain queues live in the process; extended queues connect it with its clients. Ids are >= 0, -1 is
+ * none; every function refuses an id of -1. Records keep their order. Any thread. vlk_queues.h has the keys, sizes
+ * and events.
+ *
+ * Whoever puts a client's request in raises VLK_EVENT_CLIENT_REQUEST on the daemon's main thread afterwards, once a
+ * request at least: the daemon empties the queue for each event. A reply is for the client whose Id it carries and for
+ * nobody else; a client that does not fetch its replies must not cost another one's. */
 #ifndef VLK_MSGQ_H
 #define VLK_MSGQ_H
 
@@ -26,7 +31,8 @@ int32_t VLK_msgQ_num(int32_t id);
 /* Appends a copy of size bytes. Never blocks. 1 when sent, 0 when not (full, no queue, too big). */
 int VLK_msgQ_send(int32_t id, const void *record, uint32_t size);
 
-/* Takes the oldest record into size bytes, cut if it is longer. wait_ms: milliseconds, 0 for no wait. -1 when
+/* Takes the oldest record into size bytes, cut if it is longer. wait_ms: milliseconds, 0 for no wait; the wait ends as
+ * soon as a record is there, so that a command's time limit is the only time that it costs. -1 when
  * nothing came in time or there is no such queue, otherwise the number of bytes stored. */
 int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms);
 

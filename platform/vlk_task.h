@@ -20,7 +20,8 @@ int32_t VLK_task_getid(void);
 /* Makes the calling thread's event set, all bits of mask clear. 0 on success. */
 int VLK_event_init(uint32_t mask);
 
-/* Raises event bits of a task and wakes it. Any thread. 0 on success. */
+/* Raises event bits of a task and wakes it. Bits stay raised until they are received: none is lost between two waits,
+ * and what was written before the call is seen by who receives the bit. Any thread. 0 on success. */
 int VLK_event_send(int32_t task, uint32_t events);
 
 /* Waits until a bit of mask is raised; stores the raised bits of mask and clears them. wait_ms: milliseconds, -1
@@ -30,7 +31,7 @@ int VLK_event_recv(uint32_t mask, int32_t wait_ms, uint32_t *events);
 /* Sleeps for at least this long. */
 void VLK_sleep(uint32_t milliseconds);
 
-/* Monotonic time in whole seconds. Any thread. */
+/* Monotonic time in whole seconds, of the clock that the waits go by. Any thread. */
 int32_t VLK_elapse(void);
 
 #ifdef __cplusplus

@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 
-inline constexpr uint32_t NAS_DATA_MAX = 1499; ///< bytes of modem text in one record
+#include "k7_at_proxy.h"
+
+inline constexpr uint32_t NAS_DATA_MAX = K7_DELIVERY_MAX; ///< bytes of modem text in one record
 
 /// One delivery of the AT proxy.
 struct nas_data_rec {

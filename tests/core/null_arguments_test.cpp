@@ -5,6 +5,7 @@
 #include "vorlink/engine/command_transaction.h"
 #include "vorlink/engine/rcv_stream.h"
 #include "vorlink/engine/recognition.h"
+#include "vorlink/engine/response_collection.h"
 #include "vorlink/engine/sms_transaction.h"
 #include "vorlink/event_ring.h"
 #include "vorlink/state_machine.h"
@@ -42,9 +43,12 @@ TEST_F(null_arguments_test, are_refused)
     EXPECT_EQ(VlkStopNetScan(nullptr, nullptr, &length), 1);
     EXPECT_EQ(VlkStopNetScan(nullptr, &reply, nullptr), 1);
     vlk_msgproc(nullptr);
+    strcpy(line_buf, "+CMGR: 1"); // heads a message: without the refusal its end would be put back
     handle_sms_at(nullptr, &length, &code);
     handle_sms_at(&msg, nullptr, &code);
     handle_sms_at(&msg, &length, nullptr);
+    EXPECT_STREQ(line_buf, "+CMGR: 1");
+    line_clear();
     EXPECT_EQ(fake::seen().traces.size(), 38u) << "each is told";
     parse_hcmgr_line(nullptr, &code);
     parse_hcmgr_line(text, nullptr);
