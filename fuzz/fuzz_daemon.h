@@ -9,13 +9,13 @@
 #include "fuzz.h"
 #include "nas_data_queue.h"
 #include "service_ids.h"
+#include "stored_report.h"
 #include "vlk_register.h"
 #include "vlk_report_callback/report_table.h"
 #include "vorlink/engine/current_command.h"
 #include "vorlink/engine/rcv_stream.h"
 #include "vorlink/engine/response_assembly.h"
 #include "vorlink/startup.h"
-#include "vorlink/stored_report.h"
 
 /// Brings the count of flow reports back to zero: every tenth sends the statistics and begins anew.
 inline void finish_flow_statistics()

@@ -7,7 +7,7 @@
 #include "vlk_msgq.h"
 #include "vlk_queues.h"
 #include "vlk_task.h"
-#include "vorlink/vorlink_trace.h"
+#include "vorlink_trace.h"
 
 int vlk_queue_nas_data(const char *data, uint32_t length)
 {

@@ -7,8 +7,8 @@
 #include "report_callbacks.h"
 #include "report_fields.h"
 #include "report_trace.h"
+#include "stored_report.h"
 #include "vlk_reports.h"
-#include "vorlink/stored_report.h"
 
 namespace
 {

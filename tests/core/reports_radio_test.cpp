@@ -1,7 +1,7 @@
 // Signal quality, cells, frequencies: what is told to whom.
 #include "at_cmd_msg.h"
 #include "report_cases.h"
-#include "vorlink/stored_report.h"
+#include "stored_report.h"
 
 namespace
 {

@@ -3,9 +3,9 @@
 #include <unistd.h>
 
 #include "core_test.h"
+#include "stored_report.h"
 #include "vorlink/bus_thread.h"
 #include "vorlink/event_ring.h"
-#include "vorlink/stored_report.h"
 
 using testing::Contains;
 using testing::ElementsAre;

@@ -9,7 +9,7 @@
 #include "response_assembly.h"
 #include "vlk_register.h"
 #include "vlk_task.h"
-#include "vorlink/vorlink_trace.h"
+#include "vorlink_trace.h"
 
 namespace
 {

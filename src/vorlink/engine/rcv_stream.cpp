@@ -5,7 +5,7 @@
 
 #include "bounded.h"
 #include "nas_data_queue.h"
-#include "vorlink/vorlink_trace.h"
+#include "vorlink_trace.h"
 
 static_assert(sizeof(nas_data_rec) <= sizeof(at_sm_stream::rcv_buf));
 

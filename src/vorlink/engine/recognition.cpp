@@ -9,7 +9,7 @@
 #include "rcv_stream.h"
 #include "response_collection.h"
 #include "two_bytes.h"
-#include "vorlink/vorlink_trace.h"
+#include "vorlink_trace.h"
 
 constexpr std::array<vlk_result_row, AT_FINAL_RESULTS.size() + 1> vlk_result_table = [] {
     std::array<vlk_result_row, AT_FINAL_RESULTS.size() + 1> rows{};

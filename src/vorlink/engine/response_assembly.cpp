@@ -14,7 +14,7 @@
 #include "service_ids.h"
 #include "vlk_msgq.h"
 #include "vlk_register.h"
-#include "vorlink/vorlink_trace.h"
+#include "vorlink_trace.h"
 
 namespace
 {

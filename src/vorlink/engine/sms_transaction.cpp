@@ -11,7 +11,7 @@
 #include "text_helpers.h"
 #include "vlk_register.h"
 #include "vlk_task.h"
-#include "vorlink/vorlink_trace.h"
+#include "vorlink_trace.h"
 
 namespace
 {
