@@ -88,7 +88,7 @@ constexpr field_layout field_at(const char *name, std::size_t offset)
     using element = std::remove_extent_t<member>;
     constexpr field_kind kind = kind_of<element>();
     static_assert(sizeof(element) == size_of(kind));
-    return {name, static_cast<uint32_t>(offset), kind, sizeof(member) / sizeof(element)};
+    return {name, static_cast<uint32_t>(offset), kind, std::is_array_v<member> ? std::extent_v<member> : 1};
 }
 
 #define NAMED_FIELD(name, record, member) field_at<decltype(record::member)>(name, offsetof(record, member))

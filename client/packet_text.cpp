@@ -59,7 +59,7 @@ ordered_json value_of(const field_layout &field, string_view content)
     if (field.count == 1)
         return number_at(field.kind, at);
     ordered_json list;
-    for (uint32_t n = 0; n < field.count; n++)
+    for (std::size_t n = 0; n < field.count; n++)
         list.push_back(number_at(field.kind, at + n * size_of(field.kind)));
     return list;
 }

@@ -1,5 +1,5 @@
 /* Sends one AT command without the client library, with its record alone: plain AT+CSQ [PREFIX]
- * Build: cc plain.c -I/usr/include/vlk */
+ * Build: cc plain.c -I/usr/include/vlkclient */
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>

@@ -21,7 +21,7 @@ void RegInfoParseParam(const at_field &field, vlk_rejinfo &record)
 {
     trace(ERROR, "[%s] in\n", __func__);
     const bool has_value = field.AtFieldValue != nullptr;
-    int secureRet = 0;
+    int secure_ret = 0;
     if (is_named(field, "rejectType")) {
         record.rejectType = safe_atoi(field.AtFieldValue);
         trace(DETAIL, "[%s] rejectType = %d\n", __func__, record.rejectType);
@@ -29,17 +29,17 @@ void RegInfoParseParam(const at_field &field, vlk_rejinfo &record)
         record.rejectOriginalCause = safe_atoi(field.AtFieldValue);
         trace(DETAIL, "[%s] rejectOriginalCause = %d\n", __func__, record.rejectOriginalCause);
     } else if (is_named(field, "rejectLac") && has_value) {
-        secureRet = copy_whole(record.rejectLac, field.AtFieldValue);
+        secure_ret = copy_whole(record.rejectLac, field.AtFieldValue);
     } else if (is_named(field, "rejectRac") && has_value) {
-        secureRet = copy_whole(record.rejectRac, field.AtFieldValue);
+        secure_ret = copy_whole(record.rejectRac, field.AtFieldValue);
     } else if (is_named(field, "rejectCellId") && has_value) {
-        secureRet = copy_whole(record.rejectCellId, field.AtFieldValue);
+        secure_ret = copy_whole(record.rejectCellId, field.AtFieldValue);
     } else if (is_named(field, "rejectEsmCause")) {
         record.rejectEsmCause = safe_atoi(field.AtFieldValue);
         trace(DETAIL, "[%s] rejectEsmCause = %d\n", __func__, record.rejectEsmCause);
     }
-    if (secureRet != 0)
-        trace(ERROR, "[%s] strncpy_s return failed, secureRet = %d\n", __func__, secureRet);
+    if (secure_ret != 0)
+        trace(ERROR, "[%s] strncpy_s return failed, secureRet = %d\n", __func__, secure_ret);
     trace(ERROR, "[%s] end\n", __func__);
 }
 

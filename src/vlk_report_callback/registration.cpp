@@ -94,10 +94,10 @@ void network_report_callback(char *line, int32_t)
     if (line == nullptr)
         return;
     trace(ERROR, "creg_report_callback .\n");
-    int32_t cgregReportFlag = 0;
+    int32_t cgreg_report_flag = 0;
     report_fields fields("+CREG", line);
     if (fields.status() != 0) {
-        cgregReportFlag = 1;
+        cgreg_report_flag = 1;
         fields.parse("+CGREG", line);
     }
     if (fields.status() != 0) {
@@ -113,8 +113,8 @@ void network_report_callback(char *line, int32_t)
     fields.release();
     const int32_t state = to_int(state_text);
     trace(PROGRESS, "vorlink: +CGREG: state=%d\n", state);
-    trace(PROGRESS, "[%s] the cgregReportFlag = [%d]\n", __func__, cgregReportFlag);
-    if (cgregReportFlag == 1)
+    trace(PROGRESS, "[%s] the cgregReportFlag = [%d]\n", __func__, cgreg_report_flag);
+    if (cgreg_report_flag == 1)
         VLK_post_notify(VLK_MODULE_REGISTRATION, VLK_EVT_PS_REGISTRATION_STATE, state, 0);
     tell_registration(cell);
 }
