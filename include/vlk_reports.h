@@ -1,4 +1,4 @@
-/* What the daemon tells other services when the modem reports something by itself: to whom, under which number and
+/* What the daemon sends to other services when the modem reports something by itself: to whom, under which number and
  * with which record. docs/reports.md says which report leads to what. C and C++.
  *
  * A record is plain, in the processor's byte order (little-endian), without a header. Texts are terminated. What the

@@ -93,27 +93,27 @@ bool is_ipv6(const char *pdp_type)
     return safe_strcmp(pdp_type, "IPV6") == 0;
 }
 
-void tell_connected(int32_t cid, const char *pdp_type)
+void notify_connected(int32_t cid, const char *pdp_type)
 {
     const vlk_connection message = {.cid = cid, .cause = NO_CAUSE};
     const uint32_t type = is_ipv6(pdp_type) ? VLK_MSG_CONNECTED_IPV6 : VLK_MSG_CONNECTED;
     QEP_MSG_SendMsgData(VLK_BUS_DIALUP, type, &message, sizeof message);
 }
 
-void tell_disconnected(int32_t cid, int32_t cause, const char *pdp_type)
+void notify_disconnected(int32_t cid, int32_t cause, const char *pdp_type)
 {
     const vlk_connection message = {.cid = cid, .cause = cause};
     const uint32_t type = is_ipv6(pdp_type) ? VLK_MSG_DISCONNECTED_IPV6 : VLK_MSG_DISCONNECTED;
     QEP_MSG_SendMsgData(VLK_BUS_DIALUP, type, &message, sizeof message);
 }
 
-/// Tells what the stat says. Returns 0, -1 for one that says neither: nobody is told.
-int tell_by_stat(int32_t cid, int32_t stat, const connection_texts &texts)
+/// Notifies of what the stat says. Returns 0, -1 for one that says neither: nobody is notified.
+int notify_by_stat(int32_t cid, int32_t stat, const connection_texts &texts)
 {
     if (stat == STAT_CONNECTED)
-        tell_connected(cid, texts.pdp_type);
+        notify_connected(cid, texts.pdp_type);
     else if (stat == STAT_DISCONNECTED)
-        tell_disconnected(cid, to_int(texts.err_code), texts.pdp_type);
+        notify_disconnected(cid, to_int(texts.err_code), texts.pdp_type);
     else
         return -1;
     return 0;
@@ -157,7 +157,7 @@ void dconn_report_callback(char *line, int32_t)
     }
     const connection_texts texts = texts_of(fields, CONTEXT_TEXTS);
     fields.release();
-    tell_connected(to_int(texts.cid), texts.pdp_type);
+    notify_connected(to_int(texts.cid), texts.pdp_type);
 }
 
 void dend_report_callback(char *line, int32_t)
@@ -170,7 +170,7 @@ void dend_report_callback(char *line, int32_t)
     }
     const connection_texts texts = texts_of(fields, CONTEXT_TEXTS);
     fields.release();
-    tell_disconnected(to_int(texts.cid), NO_CAUSE, texts.pdp_type);
+    notify_disconnected(to_int(texts.cid), NO_CAUSE, texts.pdp_type);
 }
 
 void ndisstat_report_callback(char *line, int32_t)
@@ -184,7 +184,7 @@ void ndisstat_report_callback(char *line, int32_t)
     const connection_texts texts = texts_of(fields, INTERFACE_TEXTS);
     fields.release();
     const int32_t stat = to_int(texts.stat);
-    if (tell_by_stat(NDISSTAT_CID, stat, texts) != 0)
+    if (notify_by_stat(NDISSTAT_CID, stat, texts) != 0)
         trace(PROGRESS, "ndisstat_report_callback rptbuf_stat_dec =[%d]\n", stat);
 }
 
@@ -199,7 +199,7 @@ void ndisstatex_report_callback(char *line, int32_t)
     const connection_texts texts = texts_of(fields, INTERFACE_TEXTS);
     fields.release();
     const int32_t stat = to_int(texts.stat);
-    if (tell_by_stat(to_int(texts.cid), stat, texts) != 0)
+    if (notify_by_stat(to_int(texts.cid), stat, texts) != 0)
         trace(PROGRESS, "ndisstatex_report_callback rptbuf_stat_dec =[%d]\n", stat);
 }
 

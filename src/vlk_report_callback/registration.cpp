@@ -15,8 +15,8 @@ constexpr int32_t ROAMING_UNKNOWN = -1;
 constexpr int32_t ROAMING_HOME = 0;
 constexpr int32_t ROAMING_ABROAD = 1;
 
-/// What every registration report tells, whichever domain it is about. Leaves cell zeroed.
-void tell_registration(vlk_cell_identity &cell)
+/// What every registration report sends, whichever domain it is about. Leaves cell zeroed.
+void notify_registration(vlk_cell_identity &cell)
 {
     QEP_MSG_SendMsgData(VLK_BUS_DIALUP, VLK_MSG_NETWORK_STATE, nullptr, 0);
     VLK_post_notify(VLK_MODULE_RADIO, VLK_EVT_REGISTRATION, 0, 0);
@@ -116,7 +116,7 @@ void network_report_callback(char *line, int32_t)
     trace(PROGRESS, "[%s] the cgregReportFlag = [%d]\n", __func__, cgreg_report_flag);
     if (cgreg_report_flag == 1)
         VLK_post_notify(VLK_MODULE_REGISTRATION, VLK_EVT_PS_REGISTRATION_STATE, state, 0);
-    tell_registration(cell);
+    notify_registration(cell);
 }
 
 void NrNetworkReportCallback(char *line, int32_t)
@@ -141,7 +141,7 @@ void NrNetworkReportCallback(char *line, int32_t)
         }
     }
     fields.release();
-    tell_registration(cell);
+    notify_registration(cell);
     const int32_t state = to_int(state_text);
     trace(PROGRESS, "[%s] the state = [%d].\n", __func__, state);
     VLK_post_notify(VLK_MODULE_REGISTRATION, VLK_EVT_5GS_REGISTRATION_STATE, state, 0);

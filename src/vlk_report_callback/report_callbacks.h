@@ -1,6 +1,6 @@
 // The handlers of unsolicited result codes, one for a report or a few of one kind. Each is a report_callback: it gets
-// the terminated line and its length in bytes, parses it, tells the services concerned and keeps nothing of it. A line
-// that cannot be parsed is traced and nobody is told. Main thread only.
+// the terminated line and its length in bytes, parses it, notifies the services concerned and keeps nothing of it. A line
+// that cannot be parsed is traced and nobody is notified. Main thread only.
 #ifndef REPORT_CALLBACKS_H
 #define REPORT_CALLBACKS_H
 
@@ -9,31 +9,31 @@
 // ---- registration.cpp
 
 /// ^MODE: the system mode of the serving network changed.
-/// Tells "dialup" the mode and module 19 mode and sub-mode.
+/// Notifies "dialup" the mode and module 19 mode and sub-mode.
 void mode_report_callback(char *line, int32_t length);
 
 /// ^SRVST: the service status changed.
-/// Tells "dialup" the status and, when service is back in full (2), module 9.
+/// Notifies "dialup" the status and, when service is back in full (2), module 9.
 void redirect_noservice_report_callback(char *line, int32_t length);
 
 /// +CREG, +CGREG: the circuit-switched or packet-switched registration changed.
-/// Tells module 106 (+CGREG only), "dialup", modules 19 and 9, and module 18 the cell identity.
+/// Notifies module 106 (+CGREG only), "dialup", modules 19 and 9, and module 18 the cell identity.
 void network_report_callback(char *line, int32_t length);
 
 /// +C5GREG: the 5G registration changed.
-/// Tells the same services as +CGREG does, module 106 last.
+/// Notifies the same services as +CGREG does, module 106 last.
 void NrNetworkReportCallback(char *line, int32_t length);
 
 /// ^APROAMRPT: the roaming status changed.
-/// Tells module 7 home or roaming; nobody for any other status.
+/// Notifies module 7 home or roaming; nobody for any other status.
 void aproaming_report_callback(char *line, int32_t length);
 
 /// ^RRCSTAT: the radio resource control connection changed state.
-/// Tells module 19.
+/// Notifies module 19.
 void RrcStateReportCallback(char *line, int32_t length);
 
 /// ^LENDC: the availability of E-UTRA-NR dual connectivity changed.
-/// Tells module 19 and "lpm".
+/// Notifies module 19 and "lpm".
 void LendcReportCallback(char *line, int32_t length);
 
 // ---- operator_identity.cpp
@@ -43,29 +43,29 @@ void LendcReportCallback(char *line, int32_t length);
 void plmn_report_callback(char *line, int32_t length);
 
 /// ^REPORTLINERPLMN: the registered network as one decimal number.
-/// Tells module 103.
+/// Notifies module 103.
 void LineRplmnReportCallback(char *line, int32_t length);
 
 /// ^EONS: an operator name; its content is not read.
-/// Tells module 7.
+/// Notifies module 7.
 void net_eons_report_callback(char *line, int32_t length);
 
 /// ^REJINFO: the network rejected a registration.
-/// Tells modules 19 and 106 every detail that the report has.
+/// Notifies modules 19 and 106 every detail that the report has.
 void rejinfo_report_callback(char *line, int32_t length);
 
 /// ^NETSCAN: the signal figures of a 5G network scan.
-/// Tells module 7.
+/// Notifies module 7.
 void NetScanReportCallback(char *line, int32_t length);
 
 // ---- sim.cpp
 
 /// ^SIMST: the SIM state or the SIM lock changed.
-/// Tells modules 27, 75 (unusable SIM), 1 (by the customer's hook), 19, 9, 6 and 4, and the maintenance log.
+/// Notifies modules 27, 75 (unusable SIM), 1 (by the customer's hook), 19, 9, 6 and 4, and the maintenance log.
 void simst_report_callback(char *line, int32_t length);
 
 /// ^SIMREFRESH: the SIM asked for a refresh of its files.
-/// Tells modules 7, 1, 4 and 9, then runs the customer's hook with the same arguments.
+/// Notifies modules 7, 1, 4 and 9, then runs the customer's hook with the same arguments.
 void sim_refresh_report_callback(char *line, int32_t length);
 
 /// ^EXSIMST: extended SIM state; not read.
@@ -73,25 +73,25 @@ void sim_refresh_report_callback(char *line, int32_t length);
 void exsimst_report_callback(char *line, int32_t length);
 
 /// ^CPBREADY: the phone book of the SIM is ready; not read.
-/// Tells module 9.
+/// Notifies module 9.
 void CpbReadyReportCallback(char *line, int32_t length);
 
 // ---- device_events.cpp
 
 /// ^WAKEUPIN: the level of the modem's wake-up input.
-/// Tells module 55.
+/// Notifies module 55.
 void wakeupin_report_callback(char *line, int32_t length);
 
 /// ^TEMPPRT: a temperature protection event.
-/// Tells module 9 the event and its parameter.
+/// Notifies module 9 the event and its parameter.
 void tempprt_report_callback(char *line, int32_t length);
 
 /// ^FACTORY: the modem asks for the factory settings; not read.
-/// Tells the maintenance log and module 9.
+/// Notifies the maintenance log and module 9.
 void factory_report_callback(char *line, int32_t length);
 
 /// ^NORSTFACT: the modem asks for the factory settings without a reboot; not read.
-/// Tells standard output, the maintenance log and module 74.
+/// Notifies standard output, the maintenance log and module 74.
 void norstfact_report_callback(char *line, int32_t length);
 
 /// ^MMIENTER: not read.
@@ -99,25 +99,25 @@ void norstfact_report_callback(char *line, int32_t length);
 void mmi_enter_report_callback(char *line, int32_t length);
 
 /// ^NWTIME: date, time and time zone of the network.
-/// Tells module 9.
+/// Notifies module 9.
 void net_time_report_callback(char *line, int32_t length);
 
 // ---- signal_quality.cpp
 
 /// ^ANLEVEL: the signal level as bars.
-/// Tells module 19.
+/// Notifies module 19.
 void anelvel_report_callback(char *line, int32_t length);
 
 /// ^CERSSI: signal figures in detail. Refuses a negative length.
-/// Tells module 19 everything and "lpm" the first seven.
+/// Notifies module 19 everything and "lpm" the first seven.
 void cerssi_report_callback(char *line, int32_t length);
 
 /// ^CSERSSI: signal figures of the 5G cell. Refuses a length of 0 or less.
-/// Tells "lpm".
+/// Notifies "lpm".
 void CseRssiReportCallback(char *line, int32_t length);
 
 /// ^HCSQ: radio access technology and signal quality. Refuses a negative length.
-/// Tells module 19 and "behavior".
+/// Notifies module 19 and "behavior".
 void hcsq_report_callback(char *line, int32_t length);
 
 /// ^LTESIGLEV: the signal level of LTE.
@@ -125,91 +125,91 @@ void hcsq_report_callback(char *line, int32_t length);
 void ltesiglev_report_callback(char *line, int32_t length);
 
 /// ^RSSI: the signal strength.
-/// Stores the line in g_rssiReportBuf for clients that ask; tells nobody.
+/// Stores the line in g_rssiReportBuf for clients that ask; notifies nobody.
 void rssi_report_callback(char *line, int32_t length);
 
 // ---- cells.cpp
 
 /// ^HSRCELLINFO: identity of the serving cell and a high-speed flag.
-/// Tells module 103, nobody when the flag is neither 0 nor 1.
+/// Notifies module 103, nobody when the flag is neither 0 nor 1.
 void LineCellInfoCallback(char *line, int32_t length);
 
 /// ^REPORTLINEINDEX: a text and up to ten line indexes.
-/// Tells module 103, nobody when the text has 9 characters or more.
+/// Notifies module 103, nobody when the text has 9 characters or more.
 void LineIndexReportCallback(char *line, int32_t length);
 
 /// ^HFREQINFO: band, channels and bandwidths of the serving cell.
-/// Tells "lpm".
+/// Notifies "lpm".
 void HfreqInfoReportCallback(char *line, int32_t length);
 
 /// ^LCACELLURC: LTE carrier aggregation changed; not read.
-/// Tells module 19.
+/// Notifies module 19.
 void ltecacell_report_callback(char *line, int32_t length);
 
 // ---- data_connection.cpp
 
 /// ^DSFLOWRPT: traffic of the data connection.
-/// Tells module 18 and "lpm"; every tenth call "cms" peak rates and totals, kept from call to call.
+/// Notifies module 18 and "lpm"; every tenth call "cms" peak rates and totals, kept from call to call.
 void dsflow_report_callback(char *line, int32_t length);
 
 /// ^DCONN: a PDP context came up.
-/// Tells "dialup".
+/// Notifies "dialup".
 void dconn_report_callback(char *line, int32_t length);
 
 /// ^DEND: a PDP context went down.
-/// Tells "dialup".
+/// Notifies "dialup".
 void dend_report_callback(char *line, int32_t length);
 
 /// ^NDISSTAT: the context of the network interface, number 1, came up or went down.
-/// Tells "dialup", nobody for any other state.
+/// Notifies "dialup", nobody for any other state.
 void ndisstat_report_callback(char *line, int32_t length);
 
 /// ^NDISSTATEX: as ^NDISSTAT, for the context that the report names.
-/// Tells "dialup", nobody for any other state.
+/// Notifies "dialup", nobody for any other state.
 void ndisstatex_report_callback(char *line, int32_t length);
 
 /// ^APDIALUPRPT: parsed for the sake of its errors.
-/// Tells nobody.
+/// Notifies nobody.
 void apdialup_report_callback(char *line, int32_t length);
 
 // ---- sms.cpp
 
 /// +CMTI, +CDSI: a message or a status report was stored.
-/// Tells module 1 memory and index.
+/// Notifies module 1 memory and index.
 void sms_index_report_callback(char *line, int32_t length);
 
 /// +CMT, +CDS, +CBM: a message, a status report or a cell broadcast itself.
-/// Tells module 1 length and PDU.
+/// Notifies module 1 length and PDU.
 void sms_content_report_callback(char *line, int32_t length);
 
 /// ^HCMGSS: a message was sent.
-/// Tells module 1 its reference.
+/// Notifies module 1 its reference.
 void sms_hcmgss_report_callback(char *line, int32_t length);
 
 /// ^HCMGSF: a message could not be sent.
-/// Tells module 1 the error code.
+/// Notifies module 1 the error code.
 void sms_hcmgsf_report_callback(char *line, int32_t length);
 
 /// ^SMMEMFULL: a message memory is full.
-/// Tells module 1 when it is the SIM's.
+/// Notifies module 1 when it is the SIM's.
 void sms_mem_full_report_callback(char *line, int32_t length);
 
 // ---- supplementary_services.cpp
 
 /// +CUSD: a USSD text, which may hold NUL bytes. The line has length + 1 bytes at least; NULs in it become CR.
-/// Tells module 2.
+/// Notifies module 2.
 void cusd_report_callback(char *line, int32_t length);
 
 /// ^STIN: a SIM toolkit command.
-/// Tells module 33.
+/// Notifies module 33.
 void stin_report_callback(char *line, int32_t length);
 
 /// +CSSU: a supplementary service notification, received side.
-/// Tells nobody.
+/// Notifies nobody.
 void cssu_report_callback(char *line, int32_t length);
 
 /// +CSSI: a supplementary service notification, originating side.
-/// Tells nobody.
+/// Notifies nobody.
 void cssi_report_callback(char *line, int32_t length);
 
 #endif

@@ -13,7 +13,7 @@
 #include "text_helpers.h"
 
 /// Owns the field list of one report from a successful parse until release() or the end of the block, on every path.
-/// A handler releases it before it tells anybody; names and values are gone then.
+/// A handler releases it before it notifies anybody; names and values are gone then.
 class report_fields
 {
 public:

@@ -76,7 +76,7 @@ void sim_refresh_report_callback(char *line, int32_t length)
     VLK_post_notify(VLK_MODULE_SMS, VLK_EVT_SMS_SIM_REFRESH, 0, 0);
     VLK_post_notify(VLK_MODULE_DIALUP, VLK_EVT_DIALUP_SIM_REFRESH, 0, 0);
     VLK_post_notify(VLK_MODULE_DEVICE, VLK_EVT_DEVICE_SIM_REFRESH, 0, 0);
-    ovel_hook_vlk_report_sim_refresh(line, length); // tells sms once more
+    ovel_hook_vlk_report_sim_refresh(line, length); // notifies sms once more
 }
 
 void exsimst_report_callback(char *line, int32_t)

@@ -1,4 +1,4 @@
-// The texts that mean something wherever they stand in a line, all found in one look at it: the prefixes of the report
+// The texts that mean something wherever they stand in a line, all found in one pass over it: the prefixes of the report
 // table, the heads of messages, the SIM card states. Any thread.
 #ifndef LINE_TEXTS_H
 #define LINE_TEXTS_H
