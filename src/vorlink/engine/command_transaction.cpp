@@ -55,26 +55,28 @@ int await_final_result(at_cmd_msg *msg, int *retcode)
             trace(PROGRESS, "AT_NONE != p_rsp->ret_val \n");
             return 0;
         }
-        trace(PROGRESS, "Wait for the next report msg\n");
-        const int32_t now = VLK_elapse();
-        const int32_t elapsed = elapsed_seconds(start, now);
-        if (elapsed >= msg->timeout) {
-            trace(MINOR, "get at result timeout duration %d timeout %d\n", elapsed, msg->timeout);
+        if (spend_time(*msg, &start) != 0)
             return -1;
-        }
-        msg->timeout -= elapsed;
-        trace(DETAIL, "next timeout %d\n", msg->timeout);
         received = read_from_smd(msg, retcode);
-        start = now;
     }
     return -1;
 }
 
 } // namespace
 
-int32_t elapsed_seconds(int32_t start, int32_t now)
+int spend_time(at_cmd_msg &msg, int32_t *start)
 {
-    return static_cast<int32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(start));
+    trace(PROGRESS, "Wait for the next report msg\n");
+    const int32_t now = VLK_elapse();
+    const auto elapsed = static_cast<int32_t>(static_cast<uint32_t>(now) - static_cast<uint32_t>(*start));
+    *start = now;
+    if (elapsed >= msg.timeout) {
+        trace(MINOR, "get at result timeout duration %d timeout %d\n", elapsed, msg.timeout);
+        return -1;
+    }
+    msg.timeout -= elapsed;
+    trace(DETAIL, "next timeout %d\n", msg.timeout);
+    return 0;
 }
 
 int write_to_smd(const char *patcmd, int *retcode, uint32_t len)

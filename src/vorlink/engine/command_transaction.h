@@ -15,7 +15,8 @@ int write_to_smd(const char *patcmd, int *retcode, uint32_t len);
 /// command could not be written, AT_NONE when no final result came in time.
 int at_send_normal_cmd_msg(at_cmd_msg *msg, int *retcode);
 
-/// Seconds from start to now, both from VLK_elapse.
-int32_t elapsed_seconds(int32_t start, int32_t now);
+/// Takes the seconds since *start (of VLK_elapse) from the record's time limit; *start is now then. Returns 0, -1 when
+/// they use it up, which leaves the limit as it was.
+int spend_time(at_cmd_msg &msg, int32_t *start);
 
 #endif

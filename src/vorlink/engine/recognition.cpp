@@ -60,22 +60,22 @@ bool answers_current_command(const char *line, const char *colon)
     return std::string_view(g_atCmdStr).find(prefix) != std::string_view::npos;
 }
 
-/// What a gated line is that no row of the table names: 0 a report, -1 not.
-int judge_unknown_line(const at_cmd_msg &msg, const char *line)
+/// Whether a gated line that no row of the table names is a report.
+bool is_unknown_report(const at_cmd_msg &msg, const char *line)
 {
     if (msg.req_type == AT_RAW_COMMAND)
-        return -1;
+        return false;
     if (msg.req_type == ACTIVE_REPORT) {
         trace(MINOR, "ACTIVE_REPORT == msg->req_type\n");
-        return 0;
+        return true;
     }
     const char *colon = strchr(line, ':');
     if (colon == nullptr)
-        return -1;
+        return false;
     if (!answers_current_command(line, colon))
-        return 0;
+        return true;
     trace(MINOR, "the cmd string is not active report!\n");
-    return -1;
+    return false;
 }
 
 bool heads_a_message(const char *line)
@@ -125,24 +125,30 @@ int Is_report_msg(at_cmd_msg *msg, char *line, int32_t len, int32_t *index, int3
         trace(ERROR, "Is_report_msg : error,rcv_buf ,index or  err_code is null!\n");
         return -1;
     }
-    return take_if_report(*msg, look_for_texts(line, strlen(line)), line, len, index);
+    const vlk_report_row *row = nullptr;
+    const bool found = is_report(*msg, look_for_texts(line, strlen(line)), line, &row);
+    *index = row != nullptr ? row->id : -1;
+    handle_report(row, line, len);
+    return found ? 0 : -1;
 }
 
-int take_if_report(const at_cmd_msg &msg, const line_texts &texts, char *line, int32_t len, int32_t *index)
+bool is_report(const at_cmd_msg &msg, const line_texts &texts, const char *line, const vlk_report_row **row)
 {
-    *index = -1;
+    *row = nullptr;
     if (line[0] == '>')
-        return 0; // the modem's SMS prompt
+        return true; // the modem's SMS prompt
     if (!passes_report_gate(line)) {
         trace(MINOR, "the cmd string is not active report!\n");
-        return -1;
+        return false;
     }
-    if (texts.report == nullptr)
-        return judge_unknown_line(msg, line);
-    *index = texts.report->id;
-    if (texts.report->callback != nullptr)
-        texts.report->callback(line, len);
-    return 0;
+    *row = texts.report;
+    return texts.report != nullptr || is_unknown_report(msg, line);
+}
+
+void handle_report(const vlk_report_row *row, char *line, int32_t len)
+{
+    if (row != nullptr && row->callback != nullptr)
+        row->callback(line, len);
 }
 
 void handle_sms_at(at_cmd_msg *msg, uint32_t *pos, int *hcmgr_flag)

@@ -25,8 +25,12 @@ int atcmd_match_result(const char *line, int32_t *err_code);
 /// for a null argument. *index receives the report id, or -1; err_code is not used.
 int Is_report_msg(at_cmd_msg *msg, char *line, int32_t len, int32_t *index, int32_t *err_code);
 
-/// The same for a line of which the texts are known.
-int take_if_report(const at_cmd_msg &msg, const line_texts &texts, char *line, int32_t len, int32_t *index);
+/// Whether the line, of which the texts are known, is an unsolicited report. *row receives its row of the report table,
+/// nullptr for one that has none.
+bool is_report(const at_cmd_msg &msg, const line_texts &texts, const char *line, const vlk_report_row **row);
+
+/// Runs the handler of a row, if there are a row and a handler, with the line of len bytes.
+void handle_report(const vlk_report_row *row, char *line, int32_t len);
 
 /// Completes the line in line_buf, of *pos bytes, when it heads a message: puts its line end back, joins a +CBM
 /// report with its PDU line, sets *hcmgr_flag for a ^HCMGR response.

@@ -2,6 +2,7 @@
 #ifndef RECORD_TEXT_H
 #define RECORD_TEXT_H
 
+#include <algorithm>
 #include <cstring>
 #include <string_view>
 
@@ -27,6 +28,17 @@ inline bool response_has_match(const at_cmd_msg &msg)
 {
     const std::string_view match = match_text(msg);
     return !match.empty() && response_text(msg).find(match) != std::string_view::npos;
+}
+
+inline void clear_response_text(at_cmd_msg &msg)
+{
+    memset(msg.snd_rcv_msg.rmsg, 0, sizeof msg.snd_rcv_msg.rmsg);
+}
+
+/// Stores the length of the response text, at most what fits.
+inline void set_rsp_len(at_cmd_msg &msg, uint32_t length)
+{
+    msg.snd_rcv_msg.rsp_len = std::min<uint32_t>(length, MAX_ATCMD_REPORT_SIZE);
 }
 
 /// Replaces the response block, at_match_str to rsp_len.

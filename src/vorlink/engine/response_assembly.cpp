@@ -29,11 +29,11 @@ enum line_kind {
     RESPONSE_LINE
 };
 
-enum collection_mode {
-    PLAIN,
-    MULTI_LINE,
-    RAW,
-    DROPPED
+/// What a line is; code: of a final result; row: of a report that the table names.
+struct line_meaning {
+    line_kind kind;
+    int32_t code = AT_NONE;
+    const vlk_report_row *row = nullptr;
 };
 
 enum pass_step {
@@ -41,46 +41,12 @@ enum pass_step {
     END_OF_PASS
 };
 
-collection_mode mode_of(const at_cmd_msg &msg)
-{
-    if (msg.multi_line == 1)
-        return MULTI_LINE;
-    if (msg.multi_line != 0)
-        return DROPPED;
-    return msg.req_type == AT_RAW_COMMAND ? RAW : PLAIN;
-}
-
 int32_t wait_milliseconds(int32_t seconds)
 {
     constexpr int32_t longest = std::numeric_limits<int32_t>::max();
     if (seconds <= 0)
         return 0;
     return seconds > longest / 1000 ? longest : seconds * 1000;
-}
-
-void set_rsp_len(at_cmd_msg &msg, uint32_t length)
-{
-    msg.snd_rcv_msg.rsp_len = std::min<uint32_t>(length, MAX_ATCMD_REPORT_SIZE);
-}
-
-void clear_rmsg(at_cmd_msg &msg)
-{
-    memset_s(msg.snd_rcv_msg.rmsg, sizeof msg.snd_rcv_msg.rmsg, 0, sizeof msg.snd_rcv_msg.rmsg);
-}
-
-void clear_collected_text()
-{
-    memset_s(nas_response_buf, sizeof nas_response_buf, 0, sizeof nas_response_buf);
-}
-
-/// Copies the collection into the response text. Returns 0, -1 when it does not fit.
-int copy_collection(at_cmd_msg &msg)
-{
-    clear_rmsg(msg);
-    return memcpy_s(msg.snd_rcv_msg.rmsg, sizeof msg.snd_rcv_msg.rmsg, nas_response_buf,
-                    nas_response_legth) == 0
-               ? 0
-               : -1;
 }
 
 /// Receives a record into the empty stream. Returns 0, -1 when none came.
@@ -96,24 +62,24 @@ int receive_record(int32_t wait_ms)
     return 0;
 }
 
-/// The questions in their order: the order is the protocol. Runs the handler of a notice or report.
-line_kind classify_line(at_cmd_msg &msg, const char *match, const line_texts &texts, uint32_t pos,
-                        int32_t *code)
+/// The questions in their order: the order is the protocol. Nothing is done about the answer yet.
+line_meaning classify_line(const at_cmd_msg &msg, const char *match, const line_texts &texts)
 {
-    int32_t index = -1;
-    if (texts.card_state && vlk_match_card_state(line_buf) == 0)
-        return CARD_STATE_NOTICE;
-    if (match[0] != '\0' && strstr(line_buf, match) != nullptr)
-        return EXPECTED_LINE;
-    if (result_found == 0 && atcmd_match_result(line_buf, code) == 0)
-        return FINAL_RESULT;
-    if (take_if_report(msg, texts, line_buf, static_cast<int32_t>(pos), &index) == 0)
-        return REPORT;
-    return RESPONSE_LINE;
+    line_meaning found{RESPONSE_LINE};
+    if (texts.card_state)
+        found.kind = CARD_STATE_NOTICE;
+    else if (match[0] != '\0' && strstr(line_buf, match) != nullptr)
+        found.kind = EXPECTED_LINE;
+    else if (result_found == 0 && atcmd_match_result(line_buf, &found.code) == 0)
+        found.kind = FINAL_RESULT;
+    else if (is_report(msg, texts, line_buf, &found.row))
+        found.kind = REPORT;
+    return found;
 }
 
 pass_step take_card_state_notice(at_cmd_msg &msg)
 {
+    vlk_match_card_state(line_buf);
     trace(PROGRESS, "instant update\n");
     if (result_found == 0) {
         msg.snd_rcv_msg.ret_val = AT_NONE;
@@ -123,26 +89,9 @@ pass_step take_card_state_notice(at_cmd_msg &msg)
     return END_OF_PASS;
 }
 
-pass_step collect_expected_line(const at_cmd_msg &msg, const char *match, uint32_t pos)
+pass_step take_report(at_cmd_msg &msg, const vlk_report_row *row, uint32_t pos)
 {
-    trace(PROGRESS, "match str = %s\n", match);
-    switch (mode_of(msg)) {
-    case MULTI_LINE:
-        line_put_back_end(pos);
-        collection_append(line_buf, pos + 2);
-        return NEXT_LINE;
-    case PLAIN:
-    case RAW:
-        collection_append(line_buf, pos);
-        return NEXT_LINE;
-    case DROPPED:
-        break;
-    }
-    return END_OF_PASS;
-}
-
-pass_step take_report(at_cmd_msg &msg, uint32_t pos)
-{
+    handle_report(row, line_buf, static_cast<int32_t>(pos));
     trace(PROGRESS, "report msg\n");
     if (result_found == 0) {
         msg.snd_rcv_msg.ret_val = AT_NONE;
@@ -152,140 +101,31 @@ pass_step take_report(at_cmd_msg &msg, uint32_t pos)
     return NEXT_LINE;
 }
 
-pass_step collect_plain_line(at_cmd_msg &msg, uint32_t pos)
-{
-    trace(DETAIL, "nas_response_legth : %d,  pos : %d \n", static_cast<int>(nas_response_legth),
-          static_cast<int>(pos));
-    if (nas_response_legth + pos > MAX_ATCMD_REPORT_SIZE - 1) {
-        trace(DETAIL, "(nas_response_legth + pos) >= MAX_ATCMD_REPORT_SIZE : %d \n", MAX_ATCMD_REPORT_SIZE);
-        set_rsp_len(msg, MAX_ATCMD_REPORT_SIZE - 1);
-        trace(DETAIL, "line_buf : <***>\n");
-        trace(DETAIL, "msg->snd_rcv_msg.rmsg : <***>\n");
-        line_clear();
-        nas_response_legth = 0;
-        return END_OF_PASS;
-    }
-    collection_append(line_buf, pos);
-    set_rsp_len(msg, nas_response_legth);
-    trace(DETAIL, "msg->snd_rcv_msg.rmsg : <***>\n");
-    return NEXT_LINE;
-}
-
-pass_step collect_raw_line(at_cmd_msg &msg, uint32_t pos)
-{
-    line_put_back_end(pos);
-    uint32_t n = pos + 2;
-    if (nas_response_legth >= MAX_ATCMD_REPORT_SIZE) {
-        trace(DETAIL, "out of bounds\n");
-        return END_OF_PASS;
-    }
-    const uint32_t room = MAX_ATCMD_REPORT_SIZE - nas_response_legth;
-    if (n >= room)
-        n = room - 1;
-    if (memcpy_s(msg.snd_rcv_msg.rmsg + nas_response_legth, room, line_buf, n) != 0)
-        return END_OF_PASS;
-    collection_append(line_buf, n);
-    set_rsp_len(msg, nas_response_legth);
-    return NEXT_LINE;
-}
-
-pass_step collect_response_line(at_cmd_msg &msg, uint32_t pos)
-{
-    switch (mode_of(msg)) {
-    case MULTI_LINE:
-        collection_append(line_buf, pos);
-        set_rsp_len(msg, nas_response_legth);
-        return NEXT_LINE;
-    case PLAIN:
-        return collect_plain_line(msg, pos);
-    case RAW:
-        return collect_raw_line(msg, pos);
-    case DROPPED:
-        break;
-    }
-    return END_OF_PASS;
-}
-
-/// Multi-line: the collection counts only when the command succeeded.
-void settle_multi_line(at_cmd_msg &msg, int32_t code)
-{
-    if (code != AT_OK) {
-        clear_collected_text();
-        nas_response_legth = 0;
-        return;
-    }
-    copy_collection(msg);
-    if (msg.req_type != AT_RAW_COMMAND) // there the final result still joins the text
-        clear_collected_text();
-}
-
-/// Raw: the response ends with the modem's own framing, CR LF, final line, CR LF, when there is room for it.
-int settle_raw(at_cmd_msg &msg, uint32_t pos)
-{
-    if (nas_response_legth <= MAX_ATCMD_REPORT_SIZE - 3) {
-        collection_append("\r\n", 2);
-        line_put_back_end(pos);
-        collection_append(line_buf, pos + 2);
-    }
-    nas_response_legth = std::min<uint32_t>(nas_response_legth, MAX_ATCMD_REPORT_SIZE - 1);
-    if (copy_collection(msg) != 0)
-        return -1;
-    clear_collected_text();
-    return 0;
-}
-
 /// Stores the final result and moves the collection into the response.
 pass_step take_final_result(at_cmd_msg &msg, int32_t code, uint32_t pos)
 {
     trace(PROGRESS, "The result of one AT cmd, ret value is %d \n", code);
     msg.snd_rcv_msg.ret_val = code;
     result_found = 1;
-
-    const bool raw = msg.req_type == AT_RAW_COMMAND;
-    const bool error_with_cause = code == AT_CME_ERROR || code == AT_CMS_ERROR;
-    if (msg.multi_line == 1)
-        settle_multi_line(msg, code);
-    if (raw) {
-        if (settle_raw(msg, pos) != 0)
-            return END_OF_PASS;
-    } else if (error_with_cause) {
-        memcpy_s(msg.snd_rcv_msg.rmsg, sizeof msg.snd_rcv_msg.rmsg, line_buf, pos);
-        nas_response_legth = pos;
-    } else if (msg.multi_line == 0) {
-        if (copy_collection(msg) != 0)
-            return END_OF_PASS;
-        clear_collected_text();
-    }
-    set_rsp_len(msg, nas_response_legth);
-    nas_response_legth = 0;
+    collection_settle(msg, code, pos);
     return END_OF_PASS;
-}
-
-/// Returns 0 when the overlong collection was emptied.
-int guard_overflow()
-{
-    if (nas_response_legth <= MAX_ATCMD_REPORT_SIZE)
-        return -1;
-    trace(PROGRESS, "MAX_ATCMD_REPORT_SIZE < nas_response_legth\n");
-    nas_response_legth = 0;
-    clear_collected_text();
-    return 0;
 }
 
 pass_step take_line(at_cmd_msg &msg, const char *match, const line_texts &texts, uint32_t pos)
 {
-    int32_t code = AT_NONE;
-    switch (classify_line(msg, match, texts, pos, &code)) {
+    const line_meaning found = classify_line(msg, match, texts);
+    switch (found.kind) {
     case CARD_STATE_NOTICE:
         return take_card_state_notice(msg);
     case EXPECTED_LINE:
-        return collect_expected_line(msg, match, pos);
+        trace(PROGRESS, "match str = %s\n", match);
+        return collect_expected_line(msg, pos) == 0 ? NEXT_LINE : END_OF_PASS;
     case FINAL_RESULT:
-        return take_final_result(msg, code, pos);
+        return take_final_result(msg, found.code, pos);
     case REPORT:
-        return take_report(msg, pos);
+        return take_report(msg, found.row, pos);
     case RESPONSE_LINE:
-        return collect_response_line(msg, pos);
+        return collect_response_line(msg, pos) == 0 ? NEXT_LINE : END_OF_PASS;
     }
     return END_OF_PASS;
 }
@@ -298,7 +138,7 @@ int read_from_smd(at_cmd_msg *msg, int *retcode)
         trace(ERROR, "error,msg  or retcodeis null!\n");
         return -1;
     }
-    clear_rmsg(*msg);
+    clear_response_text(*msg);
     at_sm_reset();
     return receive_record(wait_milliseconds(msg->timeout));
 }
@@ -327,7 +167,7 @@ int parse_exc_result(at_cmd_msg *msg)
     for (;;) {
         uint32_t pos = 0;
         line_clear();
-        if (guard_overflow() == 0)
+        if (drop_overlong_collection() == 0)
             return 0;
         if (hcmgr_flag == 1) {
             parse_hcmgr_line(nas_response_buf + nas_response_legth, &hcmgr_flag);

@@ -1,4 +1,4 @@
-// The line being classified and the response collected so far. Main thread only.
+// The line being classified, the response collected so far, and how lines are added to it. Main thread only.
 #ifndef RESPONSE_COLLECTION_H
 #define RESPONSE_COLLECTION_H
 
@@ -18,6 +18,17 @@ extern uint32_t nas_response_legth;                  ///< its length; above 1500
 /// Appends n bytes. A piece that does not fit is refused and the rest of the buffer zeroed; the length grows all the
 /// same, so that the overflow shows at the next line.
 void collection_append(const char *text, uint32_t n);
+
+/// Adds the line, of pos bytes, to the collection as the record wants it: joined, kept apart, raw or not at all; a line
+/// of the expected prefix, or any other line of a response. Returns 0, -1 when the pass over the chunk ends with it.
+int collect_expected_line(const at_cmd_msg &msg, uint32_t pos);
+int collect_response_line(at_cmd_msg &msg, uint32_t pos);
+
+/// Moves the collection into the record's response; the line is the final result. Returns 0, -1 when it does not fit.
+int collection_settle(at_cmd_msg &msg, int32_t code, uint32_t pos);
+
+/// Empties a collection that has become too long. Returns 0 when it did, -1 when there was no need.
+int drop_overlong_collection();
 
 /// Empties the line.
 void line_clear();

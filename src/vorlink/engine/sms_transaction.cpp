@@ -104,16 +104,8 @@ int await_final_result(at_cmd_msg *msg, at_cmd_msg &work, int32_t start, int *re
         trace(PROGRESS, "parse_response pMsg = ***\n");
         if (response_has_match(*msg) || msg->snd_rcv_msg.ret_val != AT_NONE)
             return 0;
-        trace(PROGRESS, "Wait for the next report msg\n");
-        const int32_t now = VLK_elapse();
-        const int32_t elapsed = elapsed_seconds(start, now);
-        start = now;
-        if (elapsed >= work.timeout) {
-            trace(MINOR, "get at result timeout duration %d timeout %d\n", elapsed, work.timeout);
+        if (spend_time(work, &start) != 0)
             break;
-        }
-        work.timeout -= elapsed;
-        trace(DETAIL, "next timeout %d\n", work.timeout);
         received = receive_into(msg, work, retcode);
     }
     trace(PROGRESS, "read_from_smd error and the errcode = %d\n", *retcode);
