@@ -27,10 +27,7 @@ void wakeupin_report_callback(char *line, int32_t)
         trace(PROGRESS, "wakeupin_report_callback at_cmd_parse error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "value"))
-            copy_whole(value_text, field.AtFieldValue);
-    }
+    copy_whole(value_text, fields.value_of("value"));
     fields.release();
     const int32_t value = to_int(value_text);
     VLK_post_notify(VLK_MODULE_M2MAPI, VLK_EVT_WAKEUP_INPUT, value, NO_SECOND_VALUE);
@@ -47,12 +44,8 @@ void tempprt_report_callback(char *line, int32_t)
         trace(PROGRESS, "tempprt_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "tempprotect_event"))
-            copy_whole(event_text, field.AtFieldValue);
-        else if (is_named(field, "tempprotect_param"))
-            copy_whole(param_text, field.AtFieldValue);
-    }
+    copy_whole(event_text, fields.value_of("tempprotect_event"));
+    copy_whole(param_text, fields.value_of("tempprotect_param"));
     fields.release();
     const int32_t event = to_int(event_text);
     const int32_t param = to_int(param_text);
@@ -97,12 +90,8 @@ void net_time_report_callback(char *line, int32_t)
         trace(PROGRESS, "net_time_report_callback at_cmd_parse error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "date"))
-            copy_whole(date, field.AtFieldValue);
-        else if (is_named(field, "time"))
-            copy_whole(time, field.AtFieldValue);
-    }
+    copy_whole(date, fields.value_of("date"));
+    copy_whole(time, fields.value_of("time"));
     fields.release();
     info.year = wrapping_sum(to_int(date), CENTURY);
     info.month = to_int(date + 3);

@@ -164,12 +164,8 @@ void NetScanReportCallback(char *line, int32_t)
         trace(ERROR, "[%s] at_cmd_parse err ret = %d.", __func__, fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "5grsrp"))
-            record.nr_rsrp = to_int(field.AtFieldValue);
-        else if (is_named(field, "5grssnr"))
-            record.nr_snr = to_int(field.AtFieldValue);
-    }
+    record.nr_rsrp = to_int(fields.value_of("5grsrp"));
+    record.nr_snr = to_int(fields.value_of("5grssnr"));
     fields.release();
     VLK_post_notify_ex(VLK_MODULE_NET, VLK_EVT_NET_SCAN, &record, sizeof record, 0, 0);
     trace(DETAIL, "[%s] end.", __func__);

@@ -47,12 +47,8 @@ void mode_report_callback(char *line, int32_t)
         trace(ERROR, "mode_report_callback at_cmd_parse  error,and the ret = %d", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "sys_mode"))
-            format_whole(mode_text, field.AtFieldValue);
-        else if (is_named(field, "sys_submode"))
-            format_whole(submode_text, field.AtFieldValue);
-    }
+    format_whole(mode_text, fields.value_of("sys_mode"));
+    format_whole(submode_text, fields.value_of("sys_submode"));
     fields.release();
     const vlk_network_state sys_mode = {to_int(mode_text)};
     const int32_t sys_submode = to_int(submode_text);

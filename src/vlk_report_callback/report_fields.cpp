@@ -16,3 +16,13 @@ void report_fields::release()
     list = nullptr;
     owned = false;
 }
+
+const char *report_fields::value_of(const char *name) const
+{
+    const char *value = nullptr;
+    for (const at_field &field : *this) {
+        if (is_named(field, name))
+            value = field.AtFieldValue;
+    }
+    return value;
+}

@@ -35,6 +35,9 @@ public:
     bool empty() const { return list == nullptr; }
     const at_field *head() const { return list; }
 
+    /// The value of the last field with this name, nullptr when it has none or there is no such field.
+    const char *value_of(const char *name) const;
+
     class iterator
     {
     public:

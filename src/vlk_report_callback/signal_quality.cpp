@@ -51,16 +51,12 @@ int32_t sysmode_code(const char *text, int32_t otherwise)
 
 void anelvel_report_callback(char *line, int32_t)
 {
-    int32_t level = 0;
     report_fields fields("^ANLEVEL", line);
     if (fields.status() != 0) {
         trace(PROGRESS, "anelvel_report_callback, error,and the ret = %d", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "level"))
-            level = safe_atoi(field.AtFieldValue);
-    }
+    const int32_t level = safe_atoi(fields.value_of("level"));
     fields.release();
     VLK_post_notify(VLK_MODULE_RADIO, VLK_EVT_SIGNAL_LEVEL, level, 0);
 }
@@ -171,11 +167,7 @@ void ltesiglev_report_callback(char *line, int32_t)
         trace(ERROR, "ltesiglev_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    int32_t level = 0;
-    for (const at_field &field : fields) {
-        if (is_named(field, "level"))
-            level = to_int(field.AtFieldValue);
-    }
+    const int32_t level = to_int(fields.value_of("level"));
     fields.release();
     trace(PROGRESS, "LTESIGLEV send to WiMAX level =[%d]\n", wrapping_sum(level, 1));
 }

@@ -32,12 +32,8 @@ void simst_report_callback(char *line, int32_t)
         return;
     }
     vlk_sim_states &states = record.states;
-    for (const at_field &field : fields) {
-        if (is_named(field, "sim_state"))
-            states.sim_state = safe_atoi(field.AtFieldValue);
-        else if (is_named(field, "lock_state"))
-            states.lock_state = safe_atoi(field.AtFieldValue);
-    }
+    states.sim_state = safe_atoi(fields.value_of("sim_state"));
+    states.lock_state = safe_atoi(fields.value_of("lock_state"));
     fields.release();
     record.report_id = VLK_REPORT_SIMST;
     VLK_post_notify_ex(VLK_MODULE_27, VLK_EVT_SIM_STATE, &record, sizeof record, 0, 0);

@@ -49,12 +49,8 @@ void sms_index_report_callback(char *line, int32_t)
         trace(ERROR, "sms_index_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "mem"))
-            copy_whole(record.mem, field.AtFieldValue);
-        else if (is_named(field, "index"))
-            record.index = safe_atoi(field.AtFieldValue);
-    }
+    copy_whole(record.mem, fields.value_of("mem"));
+    record.index = safe_atoi(fields.value_of("index"));
     fields.release();
     VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED, &record, sizeof record, 0, 0);
     wipe(record);
@@ -75,12 +71,8 @@ void sms_content_report_callback(char *line, int32_t)
         trace(ERROR, "sms_content_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "length"))
-            record.length = static_cast<uint16_t>(safe_atoi(field.AtFieldValue));
-        else if (is_named(field, "pdu"))
-            copy_whole(record.pdu, field.AtFieldValue);
-    }
+    record.length = static_cast<uint16_t>(safe_atoi(fields.value_of("length")));
+    copy_whole(record.pdu, fields.value_of("pdu"));
     fields.release();
     VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED, &record, sizeof record, 0, 0);
     wipe(record);
@@ -100,10 +92,7 @@ void sms_hcmgss_report_callback(char *line, int32_t)
         trace(ERROR, "sms_hcmgss_report_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "mr"))
-            record.mr = safe_atoi(field.AtFieldValue);
-    }
+    record.mr = safe_atoi(fields.value_of("mr"));
     fields.release();
     VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_SEND_RESULT, &record, sizeof record, 0, 0);
     wipe(record);
@@ -124,10 +113,7 @@ void sms_hcmgsf_report_callback(char *line, int32_t)
         trace(ERROR, "sms_hcmgf_callback at_cmd_parse  error,and the ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        if (is_named(field, "errCode"))
-            record.errCode = safe_atoi(field.AtFieldValue);
-    }
+    record.errCode = safe_atoi(fields.value_of("errCode"));
     fields.release();
     VLK_post_notify_ex(VLK_MODULE_SMS, VLK_EVT_SMS_SEND_RESULT, &record, sizeof record, 0, 0);
     wipe(record);

@@ -66,15 +66,9 @@ void stin_report_callback(char *line, int32_t)
         trace(ERROR, "[stk]stin_report_callback: at_cmd_parse return error ret = %d\n", fields.status());
         return;
     }
-    for (const at_field &field : fields) {
-        const auto low_bits = static_cast<uint8_t>(safe_atoi(field.AtFieldValue));
-        if (is_named(field, "cmdTpye"))
-            record.cmdTpye = low_bits;
-        else if (is_named(field, "cmdIndex"))
-            record.cmdIndex = low_bits;
-        else if (is_named(field, "isTimeOut"))
-            record.isTimeOut = low_bits;
-    }
+    record.cmdTpye = static_cast<uint8_t>(safe_atoi(fields.value_of("cmdTpye")));
+    record.cmdIndex = static_cast<uint8_t>(safe_atoi(fields.value_of("cmdIndex")));
+    record.isTimeOut = static_cast<uint8_t>(safe_atoi(fields.value_of("isTimeOut")));
     fields.release();
     VLK_post_notify_ex(VLK_MODULE_TOOLKIT, VLK_EVT_TOOLKIT, &record, sizeof record, 0, 0);
 }
