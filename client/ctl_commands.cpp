@@ -1,14 +1,12 @@
 #include "ctl_commands.h"
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
-#include <memory>
 #include <string_view>
 #include <thread>
 
 #include "ctl_output.h"
+#include "ctl_session.h"
 
 using nlohmann::ordered_json;
 using std::string;
@@ -16,23 +14,13 @@ using std::string_view;
 
 namespace
 {
-constexpr int32_t OTHERS_SECONDS = 30;        // granted to the requests that are ahead
-constexpr int32_t NETWORK_LIST_SECONDS = 240; // what the daemon gives a raw network list at least
 constexpr int32_t RSSI_LIMIT_MS = 30000;
-constexpr int32_t HUB_LIMIT_MS = 5000;
 
-using client_handle = std::unique_ptr<vlk_client, decltype(&vlk_close)>;
-using hub_handle = std::unique_ptr<vlk_hub, decltype(&vlk_hub_close)>;
-
-int32_t limit_of(const request_options &limits, const at_cmd_msg &request, int32_t phases)
+int32_t limit_of(const request_options &limits, int32_t phases)
 {
     if (limits.wait)
         return static_cast<int32_t>(*limits.wait * 1000);
-    const string_view command = request.snd_rcv_msg.cmd;
-    const bool list = request.req_type == AT_RAW_COMMAND && (command.find("+COPS=?") != string_view::npos ||
-                                                             command.find("+cops=?") != string_view::npos);
-    const int32_t seconds = list ? NETWORK_LIST_SECONDS : limits.timeout * phases;
-    return (seconds + OTHERS_SECONDS) * 1000;
+    return (limits.timeout * phases + OTHERS_SECONDS) * 1000;
 }
 
 int exchange(const common_options &common, const request_options &limits, at_cmd_msg &record,
@@ -51,13 +39,6 @@ int exchange(const common_options &common, const request_options &limits, at_cmd
     const bool is_done = record.snd_rcv_msg.ret_val == AT_OK;
     return report_reply(record, is_done ? uint32_t{VLK_MODEM_READY} : vlk_client_modem(client.get()), what,
                         common.json);
-}
-
-vlk_mode mode_of(const at_options &options)
-{
-    if (options.raw)
-        return VLK_RAW;
-    return options.multi_line ? VLK_MULTI_LINE : VLK_PLAIN;
 }
 
 string status_text(const vlk_status &status)
@@ -88,16 +69,6 @@ int look_until_ready(const vlk_place &place, vlk_status &status, double seconds)
 }
 } // namespace
 
-int run_at(const common_options &common, const request_options &limits, const at_options &options)
-{
-    at_cmd_msg record;
-    const int result = vlk_fill_command(&record, options.command.c_str(), options.expected.c_str(),
-                                        mode_of(options), limits.timeout);
-    if (result != VLK_OK)
-        return report_failure(result, common.json);
-    return exchange(common, limits, record, limit_of(limits, record, 1), options.command);
-}
-
 int run_rssi(const common_options &common)
 {
     at_cmd_msg record;
@@ -105,30 +76,6 @@ int run_rssi(const common_options &common)
     return exchange(common, {}, record, RSSI_LIMIT_MS, "rssi");
 }
 
-int run_stop_scan(const common_options &common)
-{
-    const vlk_place place = common.place();
-    vlk_hub *opened = nullptr;
-    vlk_packet reply{};
-    int result = vlk_hub_open(&opened, &place);
-    const hub_handle hub(opened, vlk_hub_close);
-    if (result == VLK_OK)
-        result = vlk_hub_request(hub.get(), VLK_STOP_SCAN_MODULE, VLK_STOP_SCAN_MESSAGE, nullptr, 0, &reply,
-                                 HUB_LIMIT_MS);
-    if (result != VLK_OK)
-        return report_failure(result, common.json);
-
-    uint32_t done = 0;
-    const bool answered = reply.value1 == 0 && reply.length == sizeof done;
-    if (answered)
-        std::memcpy(&done, reply.data, sizeof done);
-    if (common.json)
-        print_json({{"command", "stop-scan"}, {"stopped", done == 1}});
-    if (done == 1)
-        return EXIT_DONE;
-    print_error(answered ? "the modem did not take the stop command"
-                         : "the daemon could not serve the request");
-    return EXIT_OTHER;
 }
 
 int run_status(const common_options &common, std::optional<double> wait_ready)

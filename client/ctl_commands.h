@@ -34,11 +34,28 @@ struct monitor_options {
     std::vector<std::string> names;
     std::optional<uint64_t> count;
     std::optional<double> seconds;
+    bool look = false;      // ask the modem for its registration when a notification says that it changed
+    bool reconnect = false; // wait for the next daemon when this one ends
+};
+
+struct signal_options {
+    bool watch = false;
+    std::optional<uint64_t> count; // of readings that --watch shows
 };
 
 int run_at(const common_options &common, const request_options &limits, const at_options &options);
 int run_rssi(const common_options &common);
+int run_signal(const common_options &common, const signal_options &options);
+int run_network(const common_options &common);
+int run_sim(const common_options &common);
+/// Reads the PIN from standard input and tries it once; at the last try only when told so.
+int run_sim_unlock(const common_options &common, bool last_try);
+int run_modem(const common_options &common);
+/// vendor: AT^NETSCAN in place of AT+COPS=?.
+int run_scan(const common_options &common, int32_t timeout, bool vendor);
 int run_stop_scan(const common_options &common);
+int run_ussd(const common_options &common, const std::string &code, int32_t timeout);
+int run_list(const common_options &common);
 int run_status(const common_options &common, std::optional<double> wait_ready);
 int run_monitor(const common_options &common, const monitor_options &options);
 

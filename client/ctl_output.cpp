@@ -2,10 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <clocale>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 #include <vector>
 
+#include <langinfo.h>
 #include <unistd.h>
 
 using nlohmann::ordered_json;
@@ -48,33 +52,6 @@ bool has_final_line_only(const at_cmd_msg &reply)
     return reply.req_type != AT_RAW_COMMAND && (code == AT_CME_ERROR || code == AT_CMS_ERROR);
 }
 
-struct outcome {
-    ctl_exit code;
-    string text; // for standard error; may be empty
-};
-
-outcome outcome_of(const at_cmd_msg &reply, uint32_t modem)
-{
-    const string state = vlk_modem_text(modem);
-    switch (reply.snd_rcv_msg.ret_val) {
-    case AT_OK:
-        return {EXIT_DONE, response_of(reply).empty() ? "OK" : ""};
-    case AT_ATE0:
-    case AT_CONNECT:
-        return {EXIT_DONE, final_line(reply)};
-    case AT_NONE:
-        return {EXIT_NO_ANSWER, "no final result in time (modem: " + state + "): allow more with --timeout"};
-    case 0:
-        return {EXIT_NO_ANSWER, "the modem gave neither a prompt nor a final result (modem: " + state + ")"};
-    case AT_COMMAND_NOT_SUPPORT:
-        if (modem != VLK_MODEM_READY)
-            return {EXIT_OTHER, "the command could not be written (modem: " + state + ")"};
-        return {EXIT_MODEM_ERROR, final_line(reply)};
-    default:
-        return {EXIT_MODEM_ERROR, final_line(reply)};
-    }
-}
-
 ordered_json json_of(const at_cmd_msg &reply, string_view what)
 {
     const string_view response = response_of(reply);
@@ -90,7 +67,32 @@ bool write_out(string text)
 {
     if (text.empty() || text.back() != '\n')
         text += '\n';
-    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0)
+        return true;
+    print_error(string("cannot write to standard output: ") + std::strerror(errno));
+    return false;
+}
+
+/// Bytes of the UTF-8 character at the beginning of the text that a terminal shows and does not obey; 0: none. Left
+/// out are C1 controls and what changes the direction of text.
+size_t shown_character(string_view text)
+{
+    const auto lead = static_cast<unsigned char>(text[0]);
+    const size_t size = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+    if (lead < 0xC2 || lead > 0xF4 || text.size() < size)
+        return 0;
+    char32_t c = lead & (0x7FU >> size);
+    for (size_t at = 1; at < size; at++) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        if ((byte & 0xC0) != 0x80)
+            return 0;
+        c = c << 6 | (byte & 0x3F);
+    }
+    constexpr char32_t SHORTEST[] = {0, 0, 0x80, 0x800, 0x10000};
+    const bool valid = c >= SHORTEST[size] && c <= 0x10FFFF && (c & 0xFFFFF800U) != 0xD800;
+    const bool obeyed = c < 0xA0 || c == 0x61C || (c >= 0x200B && c <= 0x200F) ||
+                        (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) || c == 0xFEFF;
+    return valid && !obeyed ? size : 0;
 }
 
 /// How a command ends that failed with this vlk_result.
@@ -120,12 +122,29 @@ string printable(string_view text, bool terminal)
         const auto byte = static_cast<unsigned char>(text[at]);
         if (text.substr(at).starts_with(LINE_END))
             continue; // its line feed comes next
-        if (!terminal || byte == '\n' || byte == '\t' || (byte >= ' ' && byte < 0x7F))
+        const size_t size = terminal && byte >= 0x80 && speaks_utf8() ? shown_character(text.substr(at)) : 0;
+        if (size > 0) {
+            out += text.substr(at, size);
+            at += size - 1;
+        } else if (!terminal || byte == '\n' || byte == '\t' || (byte >= ' ' && byte < 0x7F)) {
             out += text[at];
-        else
+        } else {
             out += "\\x" + hex_text(&byte, 1);
+        }
     }
     return out;
+}
+
+bool speaks_utf8()
+{
+    static const bool utf8 =
+        std::setlocale(LC_CTYPE, "") != nullptr && string_view(nl_langinfo(CODESET)) == "UTF-8";
+    return utf8;
+}
+
+bool on_terminal()
+{
+    return isatty(STDOUT_FILENO) == 1;
 }
 
 string hex_text(const void *data, size_t length)
@@ -142,7 +161,7 @@ string hex_text(const void *data, size_t length)
 
 bool print_line(string_view line)
 {
-    return write_out(printable(line, isatty(STDOUT_FILENO) == 1));
+    return write_out(printable(line, on_terminal()));
 }
 
 void print_error(string_view line)
@@ -155,6 +174,19 @@ bool print_json(const ordered_json &object)
     return write_out(object.dump(-1, ' ', false, ordered_json::error_handler_t::replace));
 }
 
+ordered_json text_or_null(const string &text)
+{
+    return text.empty() ? ordered_json(nullptr) : ordered_json(text);
+}
+
+ordered_json number_or_null(std::optional<int> number)
+{
+    ordered_json value;
+    if (number.has_value())
+        value = number.value_or(0);
+    return value;
+}
+
 int report_failure(int result, bool json, ordered_json object)
 {
     print_error(vlk_last_error());
@@ -164,10 +196,40 @@ int report_failure(int result, bool json, ordered_json object)
     return exit_code_of(result);
 }
 
+int report_refusal(ctl_exit code, const string &text, bool json)
+{
+    print_error(text);
+    if (json)
+        print_json({{"error", text}});
+    return code;
+}
+
+outcome outcome_of(int32_t ret_val, const string &final_line, bool empty, uint32_t modem)
+{
+    const string state = vlk_modem_text(modem);
+    switch (ret_val) {
+    case AT_OK:
+        return {EXIT_DONE, empty ? "OK" : ""};
+    case AT_ATE0:
+    case AT_CONNECT:
+        return {EXIT_DONE, final_line};
+    case AT_NONE:
+        return {EXIT_NO_ANSWER, "no final result in time (modem: " + state + "): allow more with --timeout"};
+    case 0:
+        return {EXIT_NO_ANSWER, "the modem gave neither a prompt nor a final result (modem: " + state + ")"};
+    case AT_COMMAND_NOT_SUPPORT:
+        if (modem != VLK_MODEM_READY)
+            return {EXIT_OTHER, "the command could not be written (modem: " + state + ")"};
+        return {EXIT_MODEM_ERROR, final_line};
+    default:
+        return {EXIT_MODEM_ERROR, final_line};
+    }
+}
+
 int report_reply(const at_cmd_msg &reply, uint32_t modem, string_view what, bool json)
 {
-    const outcome end = outcome_of(reply, modem);
     const string_view response = response_of(reply);
+    const outcome end = outcome_of(reply.snd_rcv_msg.ret_val, final_line(reply), response.empty(), modem);
     bool printed = true;
     if (json)
         printed = print_json(json_of(reply, what));

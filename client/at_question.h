@@ -1,0 +1,55 @@
+// How to ask the daemon a command so that its answer comes back as a terminal would show it, and how to read that
+// answer. Pure: no daemon is needed. Any thread.
+//
+// The daemon takes modem text apart line by line. A line that contains the expected prefix is the command's; a line
+// that begins like a report and contains the name of a known one anywhere is told to the services; the rest is response
+// text. Raw collection keeps response text line by line, up to 1499 bytes; multi-line collection keeps expected lines
+// line by line, even those that look like reports, runs other lines together, and forgets what it has when there is
+// too much of it.
+#ifndef VLK_AT_QUESTION_H
+#define VLK_AT_QUESTION_H
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "at_cmd_msg.h"
+
+enum at_form {
+    AT_BASIC,  // ATI, AT&F, ATD..., and extended names that begin with neither + nor ^
+    AT_ACTION, // AT+CSQ
+    AT_READ,   // AT+CREG?
+    AT_TEST,   // AT+COPS=?
+    AT_SET     // AT+CMEE=1
+};
+
+struct at_question {
+    at_form form = AT_BASIC;
+    std::string name;       // of an extended command with + or ^, upper case: "+CSQ"; else empty
+    std::string parameters; // behind the =, or whatever else follows the name
+    std::string expected;   // prefix of the lines to expect with multi-line collection; empty: ask raw
+    bool is_a_list = false; // the answer may have many lines, and asking again changes nothing in the modem
+};
+
+/// Works out how to ask one command, which begins with AT in any case.
+at_question question_of(std::string_view command);
+
+/// The commands of one command line, each beginning with AT, divided at every ; outside quotation marks and behind
+/// basic commands. What follows a dial command belongs to it. A line without AT is one command.
+std::vector<std::string> split_commands(std::string_view line);
+
+struct at_answer {
+    std::vector<std::string>
+        lines;                // without their line ends, without empty ones and without the final result
+    int32_t code = AT_NONE;   // the final result's
+    std::string final_result; // with its cause where the modem gave one: "+CME ERROR: 10", "CONNECT 115200"
+    bool cut = false;         // the end of the answer is missing
+};
+
+/// Reads the reply to a question that was asked as question_of says (expected empty: raw).
+at_answer read_answer(const at_question &question, const at_cmd_msg &reply);
+
+/// The command with *** in place of its parameters where they may hold a PIN, a password or a message.
+std::string without_secrets(std::string_view line);
+
+#endif

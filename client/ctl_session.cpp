@@ -1,0 +1,41 @@
+#include "ctl_session.h"
+
+using std::string;
+
+int ctl_session::open(const common_options &common, const request_options &limits)
+{
+    const vlk_place place = common.place();
+    vlk_client *opened = nullptr;
+    const int result = vlk_open(&opened, &place);
+    client_.reset(opened);
+    if (result != VLK_OK || limits.wait_modem <= 0)
+        return result;
+    return vlk_wait_modem(opened, static_cast<int32_t>(limits.wait_modem * 1000));
+}
+
+modem_answer ctl_session::ask(const string &command, int32_t timeout)
+{
+    modem_answer answer;
+    vlk_answer end;
+    const auto take_line = [](void *context, const char *line) {
+        static_cast<modem_answer *>(context)->lines.emplace_back(line);
+    };
+    answer.result = vlk_ask(client_.get(), command.c_str(), timeout, (timeout + OTHERS_SECONDS) * 1000,
+                            take_line, &answer, &end);
+    if (answer.result != VLK_OK) {
+        failed_ = answer.result;
+        return answer;
+    }
+    answer.ret_val = end.ret_val;
+    answer.final_result = end.final_result;
+    answer.cut = end.cut != 0;
+    return answer;
+}
+
+string ctl_session::line_of(const string &command)
+{
+    if (failed_ != VLK_OK)
+        return "";
+    const modem_answer answer = ask(command);
+    return answer.succeeded() && !answer.lines.empty() ? answer.lines[0] : "";
+}
