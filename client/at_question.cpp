@@ -244,6 +244,12 @@ at_question question_of(string_view command)
     return question;
 }
 
+int32_t seconds_for(const at_question &question, int32_t timeout)
+{
+    constexpr int32_t NETWORK_LIST = 240;
+    return question.name == "+COPS" && question.form == AT_TEST ? std::max(timeout, NETWORK_LIST) : timeout;
+}
+
 std::vector<string> split_commands(string_view line)
 {
     std::vector<string> commands;

@@ -34,6 +34,9 @@ struct at_question {
 /// Works out how to ask one command, which begins with AT in any case.
 at_question question_of(std::string_view command);
 
+/// Seconds that the modem is given for it: a network list takes minutes, whatever the user thinks.
+int32_t seconds_for(const at_question &question, int32_t timeout);
+
 /// The commands of one command line, each beginning with AT, divided at every ; outside quotation marks and behind
 /// basic commands. What follows a dial command belongs to it. A line without AT is one command.
 std::vector<std::string> split_commands(std::string_view line);

@@ -52,6 +52,15 @@ int check_commands(const string &line, int32_t timeout)
     return VLK_OK;
 }
 
+/// Seconds that the slowest command of the line is given.
+int32_t longest_of(const string &line, int32_t timeout)
+{
+    int32_t longest = timeout;
+    for (const string &command : split_commands(line))
+        longest = std::max(longest, seconds_for(question_of(command), timeout));
+    return longest;
+}
+
 int ask(const common_options &common, const request_options &limits, const string &command)
 {
     if (const int failed = check_commands(command, limits.timeout))
@@ -61,7 +70,7 @@ int ask(const common_options &common, const request_options &limits, const strin
         return report_failure(failed, common.json);
     answer_printer printer{common.json, {}};
     vlk_answer answer;
-    const double wait = limits.wait.value_or(limits.timeout + OTHERS_SECONDS);
+    const double wait = limits.wait.value_or(longest_of(command, limits.timeout) + OTHERS_SECONDS);
     const int result = vlk_ask(session.client(), command.c_str(), limits.timeout,
                                static_cast<int32_t>(wait * 1000), take_line, &printer, &answer);
     if (result != VLK_OK)
@@ -92,10 +101,8 @@ int ask_as_told(const common_options &common, const request_options &limits, con
     ctl_session session;
     if (const int failed = session.open(common, limits))
         return report_failure(failed, common.json);
-    const bool list = options.raw && question_of(options.command).form == AT_TEST &&
-                      question_of(options.command).name == "+COPS";
-    constexpr int32_t NETWORK_LIST_SECONDS = 240; // what the daemon gives a raw network list at least
-    const double usual = std::max(limits.timeout, list ? NETWORK_LIST_SECONDS : 0) + OTHERS_SECONDS;
+    const double usual =
+        OTHERS_SECONDS + (options.raw ? longest_of(options.command, limits.timeout) : limits.timeout);
     const int result = vlk_exchange(session.client(), &record, &record,
                                     static_cast<int32_t>(limits.wait.value_or(usual) * 1000));
     if (result != VLK_OK)

@@ -17,8 +17,7 @@ using std::string_view;
 
 namespace
 {
-constexpr int32_t NETWORK_LIST_SECONDS = 240; // what a network list takes at least
-constexpr size_t HEAD_OF_ENTRY = 32;          // bytes of a phone book line beside number and name
+constexpr size_t HEAD_OF_ENTRY = 32; // bytes of a phone book line beside number and name
 
 struct asker {
     vlk_client *client;
@@ -38,15 +37,11 @@ int ask_once(const asker &how, const at_question &question, const string &comman
 {
     at_cmd_msg record;
     const bool raw = question.expected.empty();
-    const bool scan = question.name == "+COPS" && question.form == AT_TEST;
-    const int32_t timeout = scan ? std::max(how.timeout, NETWORK_LIST_SECONDS) : how.timeout;
-    if (const int failed = vlk_fill_command(&record, command.c_str(), question.expected.c_str(),
-                                            raw ? VLK_RAW : VLK_MULTI_LINE, timeout))
+    if (const int failed =
+            vlk_fill_command(&record, command.c_str(), question.expected.c_str(),
+                             raw ? VLK_RAW : VLK_MULTI_LINE, seconds_for(question, how.timeout)))
         return failed;
-    int32_t limit_ms = how.limit_ms;
-    if (limit_ms > 0)
-        limit_ms += (timeout - how.timeout) * 1000;
-    if (const int failed = vlk_exchange(how.client, &record, &record, limit_ms))
+    if (const int failed = vlk_exchange(how.client, &record, &record, how.limit_ms))
         return failed;
     answer = read_answer(question, record);
     return VLK_OK;
@@ -248,7 +243,8 @@ int vlk_fill_query(at_cmd_msg *record, const char *command, int32_t timeout)
         return fail(VLK_INVALID, "no record or no command");
     const at_question question = question_of(command);
     return vlk_fill_command(record, command, question.expected.c_str(),
-                            question.expected.empty() ? VLK_RAW : VLK_MULTI_LINE, timeout);
+                            question.expected.empty() ? VLK_RAW : VLK_MULTI_LINE,
+                            seconds_for(question, timeout));
 }
 
 int vlk_ask(vlk_client *client, const char *command, int32_t timeout, int32_t limit_ms,

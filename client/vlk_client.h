@@ -156,7 +156,7 @@ uint32_t vlk_client_modem(const struct vlk_client *client);
 
 /// Makes *record the question that gets command (one, not several joined by ;) answered whole and without the reports
 /// that come meanwhile: expected prefix and mode are worked out from the command's name and form. Raw answers have
-/// their final result at the end. Refusals as those of vlk_fill_command.
+/// their final result at the end. A network list is given 240 seconds at least. Refusals as those of vlk_fill_command.
 int vlk_fill_query(struct at_cmd_msg *record, const char *command, int32_t timeout);
 
 /// Takes one line of an answer, terminated, without line end; valid during the call.
@@ -171,7 +171,7 @@ struct vlk_answer {
 /// Asks a command line, which may hold several commands joined by ;, one request each until one fails, and hands out
 /// the lines of the answers in order. Long lists are asked for in pieces where the modem can do that, and lists that
 /// may be incomplete are asked for twice. timeout: seconds that the modem is given for each request (a network list:
-/// at least 240); limit_ms: for each request, too. Lines may have been handed out also when it fails.
+/// at least 240); limit_ms: for each request, too; as it is. Lines may have been handed out also when it fails.
 int vlk_ask(struct vlk_client *client, const char *command, int32_t timeout, int32_t limit_ms,
             vlk_line_function *take_line, void *context, struct vlk_answer *answer);
 
