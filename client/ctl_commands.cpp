@@ -16,13 +16,6 @@ namespace
 {
 constexpr int32_t RSSI_LIMIT_MS = 30000;
 
-int32_t limit_of(const request_options &limits, int32_t phases)
-{
-    if (limits.wait)
-        return static_cast<int32_t>(*limits.wait * 1000);
-    return (limits.timeout * phases + OTHERS_SECONDS) * 1000;
-}
-
 int exchange(const common_options &common, const request_options &limits, at_cmd_msg &record,
              int32_t limit_ms, string_view what)
 {
@@ -74,8 +67,6 @@ int run_rssi(const common_options &common)
     at_cmd_msg record;
     vlk_fill_rssi(&record);
     return exchange(common, {}, record, RSSI_LIMIT_MS, "rssi");
-}
-
 }
 
 int run_status(const common_options &common, std::optional<double> wait_ready)
