@@ -78,7 +78,7 @@ const dialogue DIALOGUES[] = {
     {"AT+CMGL=\"ALL\"", {"+CMGL: 0,\"REC READ\",\"+1\",,\"26/01/01\"", "Hello", "world"}},
     {"AT+CMGR=1", {"+CMGR: 1,,24", "0004AA"}},
     {"AT+CMGR=9", {}, "+CMS ERROR: 321"},
-    {"AT^HCMGR=1", {"^HCMGR: +1,2026,01", "Hello", "world"}},
+    {"AT^HCMGR=1", {"^HCMGR: +1,2026,01", "Hello", "world\\x1A"}},
     {"AT!GSTATUS?", {"!GSTATUS:", "Current Time: 6070", "Mode: ONLINE"}},
     {"AT$QCRMCALL?", {"$QCRMCALL: 1,V4"}},
     {"AT+X=1", {}, "ERROR"},
