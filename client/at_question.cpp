@@ -1,13 +1,12 @@
 #include "at_question.h"
 
 #include <algorithm>
-#include <array>
 #include <cctype>
 
 #include <strings.h>
 
 #include "vlk_client.h"
-#include "vlk_report_callback/report_table.h"
+#include "vlk_report_prefixes.h"
 
 using std::string;
 using std::string_view;
@@ -16,13 +15,6 @@ namespace
 {
 constexpr string_view LINE_END = "\r\n";
 constexpr size_t LONGEST_RAW = MAX_ATCMD_REPORT_SIZE - 1; // a raw answer of this length may have lost its end
-
-constexpr auto REPORT_NAMES = [] {
-    std::array<string_view, VLK_REPORT_ROWS> names;
-    for (size_t row = 0; row < names.size(); row++)
-        names[row] = vlk_report_table[row].prefix;
-    return names;
-}();
 
 /// Common reports that the daemon has no handler for: raw collection leaves them between the lines of an answer.
 constexpr string_view OTHER_REPORTS[] = {
@@ -56,7 +48,7 @@ bool is_one_of(string_view name, const string_view (&names)[size])
 
 bool is_report(string_view name)
 {
-    return std::ranges::find(REPORT_NAMES, name) != REPORT_NAMES.end();
+    return is_one_of(name, VLK_REPORT_PREFIXES);
 }
 
 bool is_name_character(char c)

@@ -63,6 +63,7 @@ struct command_line {
     std::optional<double> wait_ready;
     std::string ussd_code;
     bool last_try = false;
+    bool metrics = false;
     bool vendor_scan = false;
     int32_t scan_timeout = 0; // seconds
     int32_t ussd_timeout = 0;
@@ -213,7 +214,12 @@ void add_status(command_line &line)
                      "wait up to so many seconds until the modem is ready; exit code 3 when it is not")
         ->check(check_seconds);
     status->footer("Examples:\n  vlkctl status\n  vlkctl status --json\n  vlkctl status --wait-ready 20");
-    status->callback([&line] { line.chosen = [&line] { return run_status(line.common, line.wait_ready); }; });
+    status->add_flag("--metrics", line.metrics, "print everything in the text format of Prometheus");
+    status->callback([&line] {
+        line.chosen = [&line] {
+            return line.metrics ? run_metrics(line.common) : run_status(line.common, line.wait_ready);
+        };
+    });
 }
 
 void choose_modem(command_line &line, const std::string &name)

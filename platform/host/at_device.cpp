@@ -1,5 +1,6 @@
 #include "at_device.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -21,6 +22,7 @@
 namespace
 {
 constexpr int HANG_UP_MS = 500;
+constexpr int64_t HOLDER_LOOK_MS = 30'000;
 
 /// A pty has no lines to share, and whoever holds its other end may keep the exclusive mark alive after us.
 bool is_pty(const struct stat &about)
@@ -45,6 +47,30 @@ void explain_permission(const char *path, std::span<char> message)
         path, found != nullptr ? found->gr_name : "?", geteuid());
 }
 
+/// Who has the device, as far as this user may see. A look through /proc, so not with every try.
+void explain_use(const char *path, dev_t number, pid_t holder, std::span<char> message)
+{
+    static int64_t look_again = 0;
+    static dev_t looked_at = 0;
+    static pid_t seen = 0;
+    if (holder == 0 && (monotonic_ms() >= look_again || number != looked_at)) {
+        looked_at = number;
+        seen = find_device_holder(number);
+        look_again = monotonic_ms() + HOLDER_LOOK_MS;
+    }
+    holder = holder != 0 ? holder : seen;
+    char who[64] = "";
+    if (holder != 0)
+        describe_process(holder, who);
+    if (holder != 0)
+        snprintf(message.data(), message.size(), "%s is held by %s: end that program", path, who);
+    else
+        snprintf(message.data(), message.size(),
+                 "%s is in use: stop the program that holds it (\"fuser %s\" names it; often ModemManager)",
+                 path, path);
+}
+
+/// The result of at_device_open.
 int explain(int error, const char *path, std::span<char> message)
 {
     switch (error) {
@@ -58,56 +84,97 @@ int explain(int error, const char *path, std::span<char> message)
     case EPERM:
         explain_permission(path, message);
         break;
-    case EBUSY:
-    case EWOULDBLOCK:
-        snprintf(message.data(), message.size(),
-                 "%s is in use: stop the program that holds it (\"fuser %s\" names it; often ModemManager)",
-                 path, path);
-        break;
     case ECONNREFUSED:
         snprintf(message.data(), message.size(), "nobody listens on %s: start the program that serves it",
                  path);
         break;
-    case ENOTTY:
-        snprintf(message.data(), message.size(),
-                 "%s is neither a serial device nor a socket: set VLK_AT_DEVICE to the modem's AT port",
-                 path);
-        break;
+    case ERANGE:
+        snprintf(
+            message.data(), message.size(),
+            "%s does not take its settings: set VLK_AT_SPEED and VLK_AT_FLOW to what it can do, or unset "
+            "them",
+            path);
+        return AT_DEVICE_NEVER;
     default:
         snprintf(message.data(), message.size(), "cannot open %s: %s", path, strerror(error));
     }
-    return -1;
+    return AT_DEVICE_NOT_YET;
 }
 
-/// Raw, 8N1, without modem control. Flow control stays as it is set. 0, or -1 with errno.
-int make_raw(int fd)
+/// Something is there, but it is no AT port.
+int refuse_kind(const char *path, mode_t mode, std::span<char> message)
+{
+    const char *const kind = S_ISDIR(mode)   ? "a folder"
+                             : S_ISREG(mode) ? "a regular file"
+                             : S_ISBLK(mode) ? "a disk"
+                             : S_ISCHR(mode) ? "no AT port"
+                                             : "neither a device nor a socket";
+    snprintf(message.data(), message.size(), "%s is %s: set VLK_AT_DEVICE to the modem's AT port", path,
+             kind);
+    return AT_DEVICE_NEVER;
+}
+
+/// Raw, 8N1, without modem control. 0, or -1 with errno: ERANGE when the port does not do what is asked.
+int make_raw(at_device &device, const at_line_settings &line)
 {
     termios settings{};
-    if (tcgetattr(fd, &settings) != 0)
+    if (tcgetattr(device.fd, &settings) != 0)
         return -1;
     cfmakeraw(&settings);
     settings.c_cflag &= ~tcflag_t{CSTOPB};
     settings.c_cflag |= CLOCAL | CREAD;
+    if (line.flow != at_flow::OWN) {
+        settings.c_cflag &= ~tcflag_t{CRTSCTS};
+        settings.c_iflag &= ~tcflag_t{IXON | IXOFF};
+    }
+    if (line.flow == at_flow::RTSCTS)
+        settings.c_cflag |= CRTSCTS;
+    if (line.flow == at_flow::XONXOFF)
+        settings.c_iflag |= IXON | IXOFF;
     settings.c_cc[VMIN] = 1;
     settings.c_cc[VTIME] = 0;
-    if (cfgetospeed(&settings) == B0) {
-        cfsetispeed(&settings, B115200);
-        cfsetospeed(&settings, B115200);
+    const auto *const wanted = std::ranges::find(at_speeds, line.speed, &at_speed::bits);
+    if (wanted != std::end(at_speeds))
+        cfsetspeed(&settings, wanted->code);
+    else if (cfgetospeed(&settings) == B0)
+        cfsetspeed(&settings, B115200);
+    if (tcsetattr(device.fd, TCSANOW, &settings) != 0)
+        return -1;
+
+    termios taken{}; // tcsetattr is content when a part was
+    if (tcgetattr(device.fd, &taken) != 0)
+        return -1;
+    const auto *const speed = std::ranges::find(at_speeds, cfgetospeed(&taken), &at_speed::code);
+    device.speed = speed != std::end(at_speeds) ? speed->bits : 0;
+    const bool has_speed = line.speed == 0 || device.speed == line.speed;
+    const bool has_flow = (taken.c_cflag & CRTSCTS) == (settings.c_cflag & CRTSCTS) &&
+                          (taken.c_iflag & (IXON | IXOFF)) == (settings.c_iflag & (IXON | IXOFF));
+    if (!has_speed || (!has_flow && line.flow != at_flow::OWN)) {
+        errno = ERANGE;
+        return -1;
     }
-    return tcsetattr(fd, TCSANOW, &settings);
+    return 0;
+}
+
+/// Whoever has the device keeps it. 0, or -1 with errno.
+int take_alone(const at_device &device, const struct stat &about)
+{
+    if (flock(device.fd, LOCK_EX | LOCK_NB) != 0)
+        return -1;
+    if (is_pty(about) || ioctl(device.fd, TIOCEXCL) == 0 || errno != EBUSY)
+        return 0;
+    return -1;
 }
 
 /// 0, or -1 with errno.
-int open_tty(at_device &device, const char *path, const struct stat &about)
+int open_port(at_device &device, const char *path, const struct stat &about, const at_line_settings &line)
 {
     device.fd = open(path, O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (device.fd < 0)
+    if (device.fd < 0 || take_alone(device, about) != 0)
         return -1;
     if (isatty(device.fd) == 0)
-        return -1;
-    if (flock(device.fd, LOCK_EX | LOCK_NB) != 0 || (!is_pty(about) && ioctl(device.fd, TIOCEXCL) != 0))
-        return -1;
-    if (make_raw(device.fd) != 0)
+        return 0; // a port of a modem that has no line to set
+    if (make_raw(device, line) != 0)
         return -1;
     const int lines = TIOCM_DTR | TIOCM_RTS;
     ioctl(device.fd, TIOCMBIS, &lines); // refused where there are none
@@ -140,27 +207,40 @@ ssize_t write_some(const at_device &device, std::span<const char> bytes)
 }
 } // namespace
 
-int at_device_open(at_device &device, const char *path, std::span<char> message)
+int at_device_open(at_device &device, const char *path, const at_line_settings &line, std::span<char> message)
 {
+    constexpr unsigned memory_devices = 1; // null, zero, full, random
     struct stat about {
     };
     if (stat(path, &about) != 0)
         return explain(errno, path, message);
-    if (!S_ISCHR(about.st_mode) && !S_ISSOCK(about.st_mode))
-        return explain(ENOTTY, path, message);
+    const bool is_port = S_ISCHR(about.st_mode) && major(about.st_rdev) != memory_devices;
+    if (!is_port && !S_ISSOCK(about.st_mode))
+        return refuse_kind(path, about.st_mode, message);
     device = {};
-    const int result = S_ISSOCK(about.st_mode) ? connect_socket(device, path) : open_tty(device, path, about);
+    uucp_lock lock;
+    const pid_t holder = is_port ? uucp_lock_take(lock, UUCP_LOCK_FOLDER, path) : 0;
+    if (holder != 0) {
+        explain_use(path, about.st_rdev, holder, message);
+        return AT_DEVICE_NOT_YET;
+    }
+    device.lock = lock;
+    const int result = is_port ? open_port(device, path, about, line) : connect_socket(device, path);
     if (result == 0)
-        return 0;
+        return AT_DEVICE_OPENED;
     const int error = errno;
     at_device_close(device);
-    return explain(error, path, message);
+    if (error != EBUSY && error != EWOULDBLOCK)
+        return explain(error, path, message);
+    explain_use(path, about.st_rdev, 0, message);
+    return AT_DEVICE_NOT_YET;
 }
 
 void at_device_close(at_device &device)
 {
     if (device.fd >= 0)
         close(device.fd);
+    uucp_lock_release(device.lock);
     device = {};
 }
 

@@ -1,5 +1,6 @@
-// The modem's device: a serial device or pty, raw and exclusive, or a Unix stream socket. Reading and writing may
-// happen on two threads at once; opening and closing need the device alone.
+// The modem's device: a serial device or pty, raw and exclusive; a port that is no terminal, as /dev/wwan0at0 and
+// /dev/cdc-wdm0; or a Unix stream socket. Reading and writing may happen on two threads at once; opening and closing
+// need the device alone.
 #ifndef VLK_AT_DEVICE_H
 #define VLK_AT_DEVICE_H
 
@@ -8,10 +9,20 @@
 
 #include <sys/types.h>
 
+#include "at_line_settings.h"
+#include "uucp_lock.h"
+
 struct at_device {
     int fd = -1;
     bool is_socket = false;
+    uint32_t speed = 0; ///< bits per second, 0: it has none
+    uucp_lock lock;
 };
+
+/// What at_device_open returns.
+inline constexpr int AT_DEVICE_OPENED = 0;
+inline constexpr int AT_DEVICE_NOT_YET = -1; ///< it may come: try again soon
+inline constexpr int AT_DEVICE_NEVER = -2; ///< it is no AT port: somebody has to change something, try seldom
 
 enum class at_write {
     WRITTEN, ///< all of it
@@ -19,9 +30,11 @@ enum class at_write {
     BROKEN,  ///< a part was taken, or the device is gone: what the modem has seen is unknown
 };
 
-/// Opens the device at path with its own speed (115200 when it has none), 8 bits, no parity, and drops stale input.
-/// 0, or -1 and one line in message that names cause and cure.
-int at_device_open(at_device &device, const char *path, std::span<char> message);
+/// Opens the device at path with this speed and flow control (its own speed is 115200 when it has none), 8 bits, no
+/// parity, drops stale input and makes the lock file that other programs look for. A result from above; when it is not
+/// opened, message has one line that names cause and cure.
+int at_device_open(at_device &device, const char *path, const at_line_settings &line,
+                   std::span<char> message);
 
 /// Closes it; a closed one is accepted.
 void at_device_close(at_device &device);

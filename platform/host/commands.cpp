@@ -17,6 +17,7 @@
 #include "connections.h"
 #include "door.h"
 #include "futex_word.h"
+#include "host_counters.h"
 #include "host_log.h"
 #include "host_start.h"
 #include "host_wire.h"
@@ -58,14 +59,17 @@ uint32_t visit = 0; ///< the event wait after which a request was last taken
 void close_lane(int lane)
 {
     if (lane == served.lane) {
+        ++counters.withdrawn;
         served.lane = NO_LANE;
         if (served.type == ACTIVE_REPORT)
             plain_queues_give_up(served.request);
         else
             at_proxy_asker_gone(served.request);
     }
-    if (lane == head_lane)
+    if (lane == head_lane) {
+        ++counters.withdrawn;
         head_lane = NO_LANE;
+    }
     has_unsent[static_cast<size_t>(lane)] = false;
     order.close(lane);
     clients.remove(lane);
@@ -150,6 +154,18 @@ void receive(int lane)
     }
 }
 
+/// Under the mutex: what is known of the request that ends with this reply.
+void count_served(const at_cmd_msg &reply)
+{
+    const connection &asker = clients[served.lane];
+    const ended_command ended{served.command, reply.snd_rcv_msg.ret_val, monotonic_ms() - served.since_ms,
+                              asker.pid, ""};
+    if (ended.result == AT_OK)
+        return count_command(ended);
+    const process_name name = name_of_process(asker.pid); // a look into /proc, for those that are told
+    count_command({ended.name, ended.result, ended.took_ms, ended.pid, name.text});
+}
+
 /// Under the mutex: the last request is done, answered or not.
 void end_served()
 {
@@ -214,6 +230,8 @@ void begin_served(at_cmd_msg &request)
 int reply_to_served(const at_cmd_msg &reply)
 {
     const int lane = served.lane;
+    if (lane != NO_LANE)
+        count_served(reply);
     end_served();
     if (lane == NO_LANE)
         return 0;
@@ -233,6 +251,8 @@ void refuse(const at_cmd_msg &request, const char *fault)
 {
     host_log(LOG_NOTICE, "a command of process %d (%s) is refused: %s: %s", clients[served.lane].pid,
              name_of_process(clients[served.lane].pid).text, served.command, fault);
+    ++counters.requests_refused;
+    served.command[0] = '\0'; // told and counted
     at_cmd_msg reply = request;
     memset(&reply.snd_rcv_msg, 0, sizeof reply.snd_rcv_msg);
     reply.snd_rcv_msg.ret_val = AT_COMMAND_NOT_SUPPORT;

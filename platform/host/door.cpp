@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "futex_word.h"
+#include "host_counters.h"
 #include "host_log.h"
 #include "host_start.h"
 #include "runtime_folder.h"
@@ -74,6 +75,7 @@ void accept_connection(size_t index)
         return;
     host_log(LOG_WARNING, "a connection to %s is refused: there are too many, or too many of its user",
              service.name);
+    ++counters.clients_refused;
     close(fd);
 }
 

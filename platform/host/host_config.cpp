@@ -1,5 +1,6 @@
 #include "host_config.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -116,6 +117,56 @@ int read_timeout_max(host_config *config, const complaint &complain)
     return 0;
 }
 
+int read_log_level(host_config *config, const complaint &complain)
+{
+    constexpr const char *names[] = {"emerg", "alert", "crit", "err", "warning", "notice", "info", "debug"};
+    const char *const text = variable("VLK_LOG_LEVEL");
+    if (text == nullptr)
+        return 0;
+    for (int level = LOG_EMERG; level <= LOG_DEBUG; ++level) {
+        const char digit[] = {static_cast<char>('0' + level), '\0'};
+        if (strcmp(text, names[level]) == 0 || strcmp(text, digit) == 0) {
+            config->log_level = level;
+            return 0;
+        }
+    }
+    return complain("VLK_LOG_LEVEL is \"%.40s\": set it to err, warning, notice, info or debug", text);
+}
+
+int read_speed(host_config *config, const complaint &complain)
+{
+    const char *const text = variable("VLK_AT_SPEED");
+    if (text == nullptr)
+        return 0;
+    if (parse_number(text, &config->line.speed) != 0 ||
+        std::ranges::find(at_speeds, config->line.speed, &at_speed::bits) == std::end(at_speeds))
+        return complain("VLK_AT_SPEED is \"%.40s\": set it to a speed of serial ports, 115200 for example, "
+                        "or unset it to keep the port's own",
+                        text);
+    return 0;
+}
+
+int read_flow(host_config *config, const complaint &complain)
+{
+    struct {
+        const char *name;
+        at_flow flow;
+    } constexpr flows[] = {
+        {"none", at_flow::NONE}, {"rtscts", at_flow::RTSCTS}, {"xonxoff", at_flow::XONXOFF}};
+    const char *const text = variable("VLK_AT_FLOW");
+    if (text == nullptr)
+        return 0;
+    for (const auto &row : flows) {
+        if (strcmp(text, row.name) == 0) {
+            config->line.flow = row.flow;
+            return 0;
+        }
+    }
+    return complain("VLK_AT_FLOW is \"%.40s\": set it to none, rtscts or xonxoff, or unset it to keep the "
+                    "port's own",
+                    text);
+}
+
 /// The user decides who owns what is shared only when the process may change users at all.
 int read_user(host_config *config, const complaint &complain)
 {
@@ -161,7 +212,8 @@ int host_read_config(host_config *config, char *error, size_t error_size)
     *config = {};
     if (host_read_paths(&config->paths, error, error_size) != 0)
         return -1;
-    for (const auto read : {read_device, read_timeout_max, read_trace_level, read_user, read_group})
+    for (const auto read : {read_device, read_speed, read_flow, read_timeout_max, read_log_level,
+                            read_trace_level, read_user, read_group})
         if (read(config, complain) != 0)
             return -1;
     return 0;

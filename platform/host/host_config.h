@@ -7,6 +7,9 @@
 #include <cstdint>
 
 #include <sys/types.h>
+#include <syslog.h>
+
+#include "at_line_settings.h"
 
 inline constexpr size_t HOST_FOLDER_SIZE =
     97; ///< bytes: with a name behind it the path still fits a socket address
@@ -28,7 +31,9 @@ struct host_config {
     host_paths paths{""};
     char device[HOST_PATH_SIZE]{}; ///< VLK_AT_DEVICE, or empty
     int32_t timeout_max = 600;     ///< VLK_TIMEOUT_MAX, seconds
-    int trace_level = 4;           ///< traces of this level and below are printed
+    at_line_settings line{};       ///< VLK_AT_SPEED, VLK_AT_FLOW
+    int log_level = LOG_INFO;      ///< lines of this priority and above are logged
+    int trace_level = 0;           ///< traces of this level and below are printed
     char user[64]{};               ///< VLK_USER, or empty
     uid_t user_id = 0;             ///< of `user`
     gid_t user_group = 0;          ///< its primary group

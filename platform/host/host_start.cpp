@@ -13,11 +13,13 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sysexits.h>
-#include <syslog.h>
 #include <unistd.h>
 
 #include "futex_word.h"
+#include "host_log.h"
+#include "log_sink.h"
 #include "runtime_folder.h"
+#include "service_notify.h"
 
 host_config host_settings_as_read;
 
@@ -32,7 +34,7 @@ constexpr rlim_t DESCRIPTORS_WANTED = 1024;
 constexpr char USAGE[] =
     R"(Usage: vorlink [1]
 Owns the AT channel of one modem and serves the AT commands of many programs.
-It stays in the foreground, traces to standard error and runs until it is killed.
+It stays in the foreground, logs to standard error and runs until it is killed.
 
   1              do not register on the message bus
   -h, --help     print this text
@@ -45,7 +47,10 @@ Environment:
   VLK_TIMEOUT_MAX  seconds that a command may have at most (600)
   VLK_GROUP        the group whose members may use the daemon
   VLK_USER         the user to become when started as root; needs access to the device
-  VLK_TRACE_LEVEL  0 nothing, 2 errors, 4 and refusals, 8 and progress, 16 everything (4)
+  VLK_AT_SPEED     bits per second of a serial device (its own)
+  VLK_AT_FLOW      flow control of a serial device: none, rtscts or xonxoff (its own)
+  VLK_LOG_LEVEL    the least that is logged: err, warning, notice, info or debug (info)
+  VLK_TRACE_LEVEL  the developers' trace: 2 errors, 4 and refusals, 8 and progress, 16 everything (0)
 
 Exit status:
   2    unknown option
@@ -112,7 +117,7 @@ void host_fail(int exit_code, const char *format, ...)
     va_start(arguments, format);
     vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    fprintf(stderr, "vorlink: %s\n", text);
+    log_sink_last_words(text);
     _exit(exit_code); // other threads may run: nothing is torn down under them
 }
 
@@ -139,8 +144,9 @@ void host_start()
             EX_CONFIG,
             "VLK_AT_DEVICE is not set: set it to the modem's device, for example VLK_AT_DEVICE=/dev/ttyUSB2");
     signal(SIGPIPE, SIG_IGN);
+    service_start();
     tzset();
-    openlog("vorlink", LOG_PID, LOG_DAEMON);
     raise_descriptor_limit();
     runtime_folder_claim();
+    host_log_start();
 }

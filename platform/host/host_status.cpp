@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "futex_word.h"
+#include "host_counters.h"
 #include "host_start.h"
 #include "hub.h"
 #include "modem_state.h"
@@ -50,5 +51,6 @@ std::size_t host_status(std::span<char> buffer)
     }
     text.add("listeners %d", hub_listener_count());
     commands_status(text);
+    counters_status(text);
     return text.size();
 }

@@ -15,6 +15,7 @@
 
 #include "connections.h"
 #include "door.h"
+#include "host_counters.h"
 #include "host_log.h"
 #include "host_status.h"
 
@@ -58,7 +59,9 @@ void send_packet(int slot, host_packet header, const void *data)
     msghdr message{};
     message.msg_iov = parts;
     message.msg_iovlen = header.length > 0 ? 2 : 1;
-    to.missed = sendmsg(peers[slot].fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0 ? to.missed + 1 : 0;
+    const bool is_lost = sendmsg(peers[slot].fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0;
+    counters.messages_lost += is_lost ? 1 : 0;
+    to.missed = is_lost ? to.missed + 1 : 0;
 }
 
 bool takes(const listener &who, const host_packet &header)

@@ -21,6 +21,7 @@
 #include "at_link.h"
 #include "at_proxy.h"
 #include "host_condition.h"
+#include "host_counters.h"
 #include "host_log.h"
 #include "host_start.h"
 #include "modem_state.h"
@@ -32,8 +33,9 @@
 
 namespace
 {
-constexpr int REGISTRATION_WAIT_MS = 900; // the daemon asks again once a second
-constexpr int64_t RETRY_MS = 1000;        // until the next try to open the device
+constexpr int REGISTRATION_WAIT_MS = 900;     // the daemon asks again once a second
+constexpr int64_t RETRY_MS = 1000;            // until the next try to open the device
+constexpr int64_t HOPELESS_RETRY_MS = 60'000; // when it is no AT port at all
 constexpr int SEND_LIMIT_MS = 2000;
 constexpr int LINK_WRITE_LIMIT_MS = 200;
 constexpr int DELIVERY_LIMIT_MS = 2000; // the main thread may be busy writing a command for that long
@@ -233,6 +235,7 @@ private:
     delivery_buffer to_deliver;
     uint32_t first_ticket = 0;       ///< of what is in to_deliver
     std::array<char, 512> trouble{}; ///< what was last reported; empty once the modem is ready
+    bool hopeless = false;           ///< the device can never work as it is
     bool reported_loss = false;
 };
 
@@ -347,6 +350,7 @@ at_sent at_proxy::ask_link(std::string_view text)
     if (asker.request != 0 && asker.request == gone_request)
         return at_sent::REFUSED;
     unread.drop_answers();
+    counters_command_runs(text);
     return link.send(text, asker, link.is_free() ? 0 : monotonic_ms());
 }
 
@@ -379,7 +383,7 @@ void at_proxy::read_until_stopped()
             serve_device();
             close_device();
         }
-        const int64_t retry_at = monotonic_ms() + RETRY_MS;
+        const int64_t retry_at = monotonic_ms() + (hopeless ? HOPELESS_RETRY_MS : RETRY_MS);
         while (!stopping && monotonic_ms() < retry_at)
             wait_for_input(retry_at - monotonic_ms());
     }
@@ -394,7 +398,8 @@ bool at_proxy::open_device()
     if (path[0] == '\0')
         snprintf(message.data(), message.size(), "no modem: set VLK_AT_DEVICE to its AT port");
     else
-        result = at_device_open(opened, path, message);
+        result = at_device_open(opened, path, host_settings().line, message);
+    hopeless = result == AT_DEVICE_NEVER;
     if (result != 0) {
         report(message);
         set_modem(HOST_MODEM_ABSENT, message.data());
@@ -417,6 +422,7 @@ void at_proxy::close_device()
         report(message);
     {
         std::unique_lock link_lock(link_mutex);
+        counters.modem_losses += was_ready && !stopping && !is_own_wish ? 1 : 0;
         was_ready = false;
         to_write.count = 0;
         if (stopping)
@@ -437,7 +443,7 @@ void at_proxy::close_device()
 void at_proxy::report(const std::array<char, 512> &message)
 {
     if (message != trouble)
-        host_log(LOG_WARNING, "%s", message.data());
+        host_log(hopeless ? LOG_ERR : LOG_WARNING, "%s", message.data());
     trouble = message;
 }
 
@@ -533,6 +539,7 @@ void at_proxy::do_what_link_wants(std::unique_lock<std::mutex> link_lock)
 /// Called under the link's mutex, by the reader.
 void at_proxy::deliver(std::string_view text, bool is_answer)
 {
+    count_reports(text);
     const uint32_t ticket = unread.note_made(is_answer);
     if (to_deliver.is_empty())
         first_ticket = ticket;
@@ -560,6 +567,7 @@ void at_proxy::push(std::string_view text, bool is_answer, uint32_t ticket)
         pause_ms = std::min(pause_ms * 2, DELIVERY_PAUSE_MAX_MS);
     }
     unread.end_push(false);
+    counters.text_lost += stopping ? 0 : 1;
     if (!stopping && !std::exchange(reported_loss, true))
         host_log(LOG_WARNING, "nobody takes the modem's text: %zu bytes are lost", text.size());
 }
@@ -596,6 +604,8 @@ void at_proxy::tell(at_notice what, std::string_view detail)
 {
     if (what == at_notice::READY || what == at_notice::BACK)
         trouble.fill(0);
+    if (what == at_notice::SETTINGS_PUT_RIGHT || what == at_notice::RESTARTED)
+        ++counters.restorations;
     char shown[SHOWN_RESULT_MAX + 8] = "";
     if (!detail.empty())
         snprintf(shown, sizeof shown, " (%.*s)", static_cast<int>(std::min(detail.size(), SHOWN_RESULT_MAX)),

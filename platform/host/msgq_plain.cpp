@@ -9,6 +9,7 @@
 
 #include "host_condition.h"
 #include "served_request.h"
+#include "service_notify.h"
 #include "vlk_msgq.h"
 
 namespace
@@ -213,8 +214,11 @@ int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms)
         return -1; // empty just now, whoever holds the lock
     std::unique_lock guard(queue->lock);
     const int64_t deadline = wait_ms > 0 ? deadline_after(wait_ms) : 0;
-    for (bool in_time = wait_ms > 0; in_time && queue->id == id && queue->count == 0 && !is_given_up();)
-        in_time = queue->filled.wait(guard, deadline);
+    for (bool in_time = wait_ms > 0; in_time && queue->id == id && queue->count == 0 && !is_given_up();) {
+        service_alive();
+        const int64_t until = service_due(deadline);
+        in_time = queue->filled.wait(guard, until) || until != deadline;
+    }
     if (queue->id != id || queue->count == 0)
         return -1;
     return static_cast<int>(queue->pop(record, size));

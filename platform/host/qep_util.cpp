@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "host_start.h"
+#include "service_notify.h"
 
 int QEP_UTIL_ForceSetPrivileges(const char *)
 {
@@ -29,11 +30,11 @@ int QEP_UTIL_RemoveAndroidWPerm(const char *path, const char *mode)
     return chmod(path, static_cast<mode_t>(bits));
 }
 
-int QEP_UTIL_DropAndroidRootPrivileges(void)
+/// What the daemon is from now on, when it was started as root and is to be somebody else.
+static void become_user(const host_config &settings)
 {
-    const host_config &settings = host_settings();
     if (geteuid() != 0 || settings.user[0] == '\0' || settings.user_id == 0)
-        return 0;
+        return;
     if (initgroups(settings.user, settings.user_group) != 0 || setgid(settings.user_group) != 0 ||
         setuid(settings.user_id) != 0)
         host_fail(EX_OSERR,
@@ -41,5 +42,12 @@ int QEP_UTIL_DropAndroidRootPrivileges(void)
                   settings.user, strerror(errno));
     if (geteuid() != settings.user_id || getegid() != settings.user_group || setuid(0) == 0)
         host_fail(EX_OSERR, "still root after becoming the user \"%s\"", settings.user);
+}
+
+/// The last step of the daemon's start: its sockets are there, its main loop comes next.
+int QEP_UTIL_DropAndroidRootPrivileges(void)
+{
+    become_user(host_settings());
+    service_ready();
     return 0;
 }

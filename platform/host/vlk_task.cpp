@@ -16,6 +16,7 @@
 #include "futex_word.h"
 #include "host_start.h"
 #include "main_wait.h"
+#include "service_notify.h"
 
 // One task has an event set, the one that made it: the main thread.
 static std::atomic<int32_t> event_task{-1};
@@ -120,19 +121,21 @@ int VLK_event_recv(uint32_t mask, int32_t wait_ms, uint32_t *events)
     if (wait_ms != 0 && (event_bits & mask) == 0)
         yield_before_sleep();
     for (;;) {
+        service_alive();
         const uint32_t raised = event_bits.fetch_and(~mask) & mask;
         if (raised != 0) {
             *events = last_bits = raised;
             ++waits;
             return 1;
         }
-        const int left_ms = poll_time(deadline);
+        const int64_t until = service_due(deadline);
+        const int left_ms = poll_time(until);
         owner_may_sleep = true; // a bit that was raised before this line is seen now
         const bool nothing_yet = (event_bits & mask) == 0;
         if (nothing_yet)
             wait_for_descriptors(left_ms);
         owner_may_sleep = false;
-        if (nothing_yet && left_ms == 0 && (event_bits & mask) == 0)
+        if (nothing_yet && left_ms == 0 && until == deadline && (event_bits & mask) == 0)
             return 0;
     }
 }
@@ -176,15 +179,14 @@ uint32_t main_wait_count()
 
 void VLK_sleep(uint32_t milliseconds)
 {
-    timespec until{};
-    clock_gettime(CLOCK_MONOTONIC, &until);
-    until.tv_sec += static_cast<time_t>(milliseconds / 1000);
-    until.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
-    if (until.tv_nsec >= 1'000'000'000) {
-        until.tv_nsec -= 1'000'000'000;
-        ++until.tv_sec;
-    }
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR) {}
+    const int64_t deadline = monotonic_ns() + int64_t{milliseconds} * 1'000'000;
+    do {
+        service_alive();
+        const int64_t until = service_due(deadline);
+        const timespec at{static_cast<time_t>(until / 1'000'000'000),
+                          static_cast<long>(until % 1'000'000'000)};
+        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr); // a signal ends it early
+    } while (monotonic_ns() < deadline);
 }
 
 int32_t VLK_elapse(void)

@@ -9,7 +9,7 @@
 #include "fake_daemon.h"
 #include "random_text.h"
 #include "sms/pdu.h"
-#include "vlk_report_callback/payloads.h"
+#include "vlk_reports.h"
 
 namespace
 {
@@ -196,9 +196,9 @@ string bytes(const record &from)
     return {reinterpret_cast<const char *>(&from), sizeof from};
 }
 
-sms_content_record content(uint32_t id, const string &hex)
+vlk_sms_content content(uint32_t id, const string &hex)
 {
-    sms_content_record made{id, static_cast<uint16_t>(hex.size() / 2 - 1), ""};
+    vlk_sms_content made{id, static_cast<uint16_t>(hex.size() / 2 - 1), ""};
     hex.copy(made.pdu, sizeof made.pdu - 1);
     return made;
 }
@@ -225,9 +225,9 @@ TEST_F(SmsVlkctlTest, AWatchShowsWhatComes)
     tell("short");
     tell(bytes(content(9, "00")));
     tell(bytes(content(1, delivered("12", "left", 1, 2))));
-    tell(bytes(sms_index_record{0, "SM", 3}));
+    tell(bytes(vlk_sms_index{0, "SM", 3}));
     answer({{"+CPMS: \"SM\",1,9\r\n", AT_OK}, OK, {listed("+CMGR: 0,,", delivered("56", "stored")), AT_OK}});
-    tell(bytes(sms_index_record{0, "ME", 4}));
+    tell(bytes(vlk_sms_index{0, "ME", 4}));
     answer({{"+CPMS: \"SM\",1,9\r\n", AT_OK}});
     ASSERT_TRUE(vlkctl.wait_for_error("the modem reads from \"SM\""));
     vlkctl.kill(SIGTERM);

@@ -73,7 +73,9 @@ TEST_F(Device, FloodOfReportsDuringACommandLosesAndDelaysNothing)
     for (uint32_t n = 0; n < REPORTS; ++n) {
         if (n % PORTION == 0)
             system.tell_modem("flood 100 ^TEMPPRT: {i},85"); // event 31000 to module 9, value1 = i
-        ASSERT_EQ(vlk_hub_receive(reader.hub, &packet, 5000), VLK_OK) << n << vlk_last_error();
+        do // the daemon's own word at its start may come before
+            ASSERT_EQ(vlk_hub_receive(reader.hub, &packet, 5000), VLK_OK) << n << vlk_last_error();
+        while (packet.code != 31000);
         ASSERT_EQ(packet.value1, static_cast<int32_t>(n % PORTION + 1)) << n << ": lost or out of order";
     }
     EXPECT_EQ(running->wait(), 0) << running->err;

@@ -394,7 +394,7 @@ TEST_F(Proxy, RefusedDeviceNamesCauseAndCure)
     for (const auto &[path, cure] : refused) {
         at_device opened;
         char message[512] = "";
-        EXPECT_EQ(at_device_open(opened, path.c_str(), message), -1);
+        EXPECT_LT(at_device_open(opened, path.c_str(), {}, message), 0);
         EXPECT_EQ(opened.fd, -1);
         EXPECT_THAT(message, testing::AllOf(HasSubstr(path), HasSubstr(cure)));
     }

@@ -21,8 +21,8 @@ public:
         char pattern[] = "/tmp/vlk-test-XXXXXX";
         folder = mkdtemp(pattern);
         setenv("VLK_RUNTIME_DIR", folder.c_str(), 1);
-        for (const char *name :
-             {"VLK_AT_DEVICE", "VLK_USER", "VLK_GROUP", "VLK_TRACE_LEVEL", "VLK_TIMEOUT_MAX"})
+        for (const char *name : {"VLK_AT_DEVICE", "VLK_AT_SPEED", "VLK_AT_FLOW", "VLK_USER", "VLK_GROUP",
+                                 "VLK_LOG_LEVEL", "VLK_TRACE_LEVEL", "VLK_TIMEOUT_MAX"})
             unsetenv(name);
         load_settings();
     }

@@ -17,7 +17,8 @@ using testing::HasSubstr;
 struct probe : process {
     explicit probe(const std::string &settings, const std::string &arguments = "")
         : process({"/bin/sh", "-c",
-                   "VLK_AT_DEVICE=/dev/null " + settings + " exec " HOST_PROBE " " + arguments + " 2>&1"})
+                   "VLK_LOG_LEVEL=err VLK_AT_DEVICE=/dev/null " + settings + " exec " HOST_PROBE " " +
+                       arguments + " 2>&1"})
     {
     }
 };
@@ -49,6 +50,11 @@ TEST(start, a_wrong_start_names_cause_and_cure_in_one_line)
         {"a number of 33 bits", "VLK_TIMEOUT_MAX=0x100000010", "", 78, "VLK_TIMEOUT_MAX"},
         {"a negative level", "VLK_TRACE_LEVEL=-1", "", 78, "VLK_TRACE_LEVEL is \"-1\""},
         {"no number at all", "VLK_TRACE_LEVEL=loud", "", 78, "VLK_TRACE_LEVEL is \"loud\""},
+        {"a level that is none", "VLK_LOG_LEVEL=8", "", 78, "VLK_LOG_LEVEL is \"8\""},
+        {"a speed of no port", "VLK_AT_SPEED=115201", "", 78, "VLK_AT_SPEED is \"115201\""},
+        {"a speed of zero", "VLK_AT_SPEED=0", "", 78, "VLK_AT_SPEED is \"0\""},
+        {"a speed with its unit", "VLK_AT_SPEED=9600bps", "", 78, "VLK_AT_SPEED is \"9600bps\""},
+        {"a flow control by another name", "VLK_AT_FLOW=hardware", "", 78, "none, rtscts or xonxoff"},
         {"a group of nobody", "VLK_GROUP=no-such-group", "", 78, "create"},
         {"nobody to become", "VLK_USER=no-such-user", "", 78, "VLK_USER is \"no-such-user\""},
     };

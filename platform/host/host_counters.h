@@ -1,0 +1,46 @@
+// What has happened since the start, for status and metrics. Counting is an atomic addition; a report's prefix costs a
+// look through a short table besides. Any thread.
+#ifndef VLK_HOST_COUNTERS_H
+#define VLK_HOST_COUNTERS_H
+
+#include <atomic>
+#include <cstdint>
+#include <string_view>
+
+#include "host_status.h"
+
+struct host_counters {
+    std::atomic<uint32_t> withdrawn{0};     ///< requests whose client hung up before its answer
+    std::atomic<uint32_t> modem_losses{0};  ///< the modem was ready, and then was not
+    std::atomic<uint32_t> restorations{0};  ///< its settings were made again
+    std::atomic<uint32_t> messages_lost{0}; ///< events and bus messages that a listener did not take in time
+    std::atomic<uint32_t> text_lost{0};     ///< pieces of the modem's text that nobody took
+    std::atomic<uint32_t> clients_refused{0};
+    std::atomic<uint32_t> requests_refused{0}; ///< they must not reach the modem
+};
+
+inline constinit host_counters counters;
+
+/// A command that has ended. Its name only (at_command_name), empty for a request without one.
+struct ended_command {
+    const char *name;
+    int32_t result;  ///< ret_val
+    int64_t took_ms; ///< from its turn to its end
+    int32_t pid;     ///< who asked
+    const char *who; ///< its program
+};
+
+/// Counts it. One that the modem did not answer or refused is told in the log.
+void count_command(const ended_command &command);
+
+/// The command line that the modem answers from now on; an empty one: none.
+void counters_command_runs(std::string_view line);
+
+/// Text of the modem as it is delivered: counts the lines that begin with a prefix as in "+CREG:", but for those that
+/// answer the command that runs, as +CREG: answers AT+CREG?.
+void count_reports(std::string_view text);
+
+/// All of it as lines of the status; prefixes come last, as many as there is room for.
+void counters_status(status_text &text);
+
+#endif
