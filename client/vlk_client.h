@@ -182,7 +182,9 @@ enum vlk_packet_kind {
     VLK_PACKET_EVENT_DATA = 2, /* module, code = event, data */
     VLK_PACKET_BUS = 3,        /* name = destination, code = message type, data */
     VLK_PACKET_SYNC_REPLY =
-        4 /* module, code = message, value1 = result of the handler, 0 for success, data */
+        4, /* module, code = message, value1 = result of the handler, 0 for success, data */
+    VLK_PACKET_LINE =
+        7 /* data = an unsolicited line of the modem, without its line end and without a terminator */
 };
 
 struct vlk_packet {
@@ -209,6 +211,10 @@ void vlk_hub_close(struct vlk_hub *hub);
 int vlk_hub_take_module(struct vlk_hub *hub, int32_t module, int32_t limit_ms);
 int vlk_hub_take_name(struct vlk_hub *hub, const char *name, int32_t limit_ms);
 int vlk_hub_take_all(struct vlk_hub *hub, int32_t limit_ms);
+
+/// Asks for the modem's unsolicited lines as they are, beside the events that the daemon makes of them. All of the
+/// above does not include them. A report of two lines has CR LF between them.
+int vlk_hub_take_lines(struct vlk_hub *hub, int32_t limit_ms);
 
 /// The next packet, in the order in which the daemon sent them. VLK_NOT_RUNNING when the daemon has gone.
 int vlk_hub_receive(struct vlk_hub *hub, struct vlk_packet *packet, int32_t limit_ms);

@@ -13,6 +13,7 @@
 
 #include "ctl_commands.h"
 #include "ctl_output.h"
+#include "ctl_port.h"
 #include "ctl_sms.h"
 #include "ctl_terminal.h"
 #include "daemon_folders.h"
@@ -252,6 +253,7 @@ void set_up(command_line &line)
     add_ussd(line);
     add_simple(line, "rssi", "print the last ^RSSI report", run_rssi);
     add_sms(line.app, line.common, line.chosen);
+    add_port(line.app, line.common, line.chosen);
     add_simple(line, "stop-scan", "end a running network scan", run_stop_scan);
     add_monitor(line);
     add_simple(line, "list", "show the daemons on this machine and their modems", run_list);

@@ -146,6 +146,8 @@ bool note_subscription(service &who, const host_packet &header)
     asked.kind = header.value1 == HOST_TAKE_NAME ? HOST_BUS_MESSAGE : HOST_EVENT;
     if (header.value1 == HOST_TAKE_ALL)
         who.takes_all = true;
+    else if (header.value1 == HOST_TAKE_LINES)
+        return true; // no lines are posted here
     else if (!who.takes(asked) && header.value1 == HOST_TAKE_NAME)
         who.names.insert(header.name);
     else if (!who.takes(asked))
@@ -162,7 +164,7 @@ bool is_welcome(service &who, const step &now)
     if (header.kind != HOST_SUBSCRIBE)
         return header.kind == HOST_BUS_SEND || header.kind == HOST_SYNC_REQUEST ||
                header.kind == HOST_ASK_STATUS;
-    return header.value1 >= HOST_TAKE_MODULE && header.value1 <= HOST_TAKE_ALL &&
+    return header.value1 >= HOST_TAKE_MODULE && header.value1 <= HOST_TAKE_LINES &&
            note_subscription(who, header);
 }
 

@@ -5,10 +5,7 @@
 #include <cstring>
 #include <mutex>
 
-#include <strings.h>
-
 #include "at_cmd_msg.h"
-#include "at_request.h"
 #include "host_log.h"
 #include "log_sink.h"
 
@@ -48,8 +45,7 @@ constexpr size_t PREFIXES_MAX = 96;
 std::mutex prefix_mutex;
 std::array<prefix_row, PREFIXES_MAX> prefixes;
 size_t prefix_count = 0;
-std::array<char, 32> running; ///< name of the command that the modem answers
-uint32_t other_reports = 0;   ///< of prefixes beyond those
+uint32_t other_reports = 0; ///< of prefixes beyond those
 
 /// "+CREG" of "+CREG: 1"; empty for what is no report: a line needs a sign, a name and a colon or its end behind it.
 std::string_view prefix_of(std::string_view line)
@@ -87,12 +83,6 @@ void count_prefix(std::string_view prefix)
     row.count = 1;
 }
 
-bool answers(std::string_view prefix, std::string_view command)
-{
-    return command.size() == prefix.size() + 2 &&
-           strncasecmp(command.data() + 2, prefix.data(), prefix.size()) == 0;
-}
-
 void tell(const ended_command &command, const outcome &how)
 {
     const auto seconds = static_cast<long long>((command.took_ms + 500) / 1000);
@@ -127,19 +117,13 @@ void count_command(const ended_command &command)
         tell(command, outcomes[index]);
 }
 
-void counters_command_runs(std::string_view line)
-{
-    const std::scoped_lock lock(prefix_mutex);
-    running[at_command_name(line).copy(running.data(), running.size() - 1)] = '\0';
-}
-
 void count_reports(std::string_view text)
 {
     const std::scoped_lock lock(prefix_mutex);
     while (!text.empty()) {
         const size_t end = std::min(text.find_first_of("\r\n"), text.size());
         const std::string_view prefix = prefix_of(text.substr(0, end));
-        if (!prefix.empty() && !answers(prefix, running.data()))
+        if (!prefix.empty())
             count_prefix(prefix);
         text.remove_prefix(std::min(end + 1, text.size()));
     }

@@ -33,11 +33,7 @@ struct ended_command {
 /// Counts it. One that the modem did not answer or refused is told in the log.
 void count_command(const ended_command &command);
 
-/// The command line that the modem answers from now on; an empty one: none.
-void counters_command_runs(std::string_view line);
-
-/// Text of the modem as it is delivered: counts the lines that begin with a prefix as in "+CREG:", but for those that
-/// answer the command that runs, as +CREG: answers AT+CREG?.
+/// Text of the modem that is no answer: counts the lines that begin with a prefix as in "+CREG:".
 void count_reports(std::string_view text);
 
 /// All of it as lines of the status; prefixes come last, as many as there is room for.

@@ -22,8 +22,9 @@ enum host_packet_kind : uint32_t {
     HOST_BUS_MESSAGE = 3, ///< name = destination, code = message type; data (a simple message: its parameter)
     HOST_SYNC_REPLY =
         4, ///< code = message id, value1 = result of the handler (0: data is the reply), value2 as sent
-    HOST_SUBSCRIBED = 5, ///< answers a subscription, when it is in force; module, name and value1 as sent
-    HOST_STATUS = 6,     ///< answers HOST_ASK_STATUS; data: lines of a name, a blank and a value
+    HOST_SUBSCRIBED = 5,  ///< answers a subscription, when it is in force; module, name and value1 as sent
+    HOST_STATUS = 6,      ///< answers HOST_ASK_STATUS; data: lines of a name, a blank and a value
+    HOST_REPORT_LINE = 7, ///< for HOST_TAKE_LINES; data: an unsolicited line of the modem without its end
 
     // service to daemon
     HOST_SUBSCRIBE = 16, ///< value1 = what is wanted (host_subscription), with module or name
@@ -36,7 +37,8 @@ enum host_packet_kind : uint32_t {
 enum host_subscription : int32_t {
     HOST_TAKE_MODULE = 0, ///< the events of one module
     HOST_TAKE_NAME = 1,   ///< the bus messages to one name
-    HOST_TAKE_ALL = 2,    ///< everything
+    HOST_TAKE_ALL = 2,    ///< everything but lines
+    HOST_TAKE_LINES = 3,  ///< the modem's unsolicited lines
 };
 
 inline constexpr uint32_t HOST_BUS_RELEASE_MODEM = 34821; ///< bus message of root and the daemon's user only

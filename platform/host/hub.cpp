@@ -27,6 +27,7 @@ constexpr int SEND_BUFFER = 512 * 1024; // a burst of some hundred small packets
 
 struct listener { // all zero while not in use, so that unused ones take no memory
     bool takes_all = false;
+    bool takes_lines = false;
     size_t module_count = 0;
     size_t name_count = 0;
     std::array<int32_t, MODULES_MAX> modules{};
@@ -44,6 +45,7 @@ std::mutex listeners_mutex;
 connections peers;
 std::array<listener, connections::MAX> listeners;
 std::atomic<int> listener_count{0};
+std::atomic<int> lines_count{0}; ///< listeners that take lines
 
 std::atomic<hub_packet_proc> bus_proc{nullptr};
 std::atomic<hub_packet_proc> sync_proc{nullptr};
@@ -66,6 +68,8 @@ void send_packet(int slot, host_packet header, const void *data)
 
 bool takes(const listener &who, const host_packet &header)
 {
+    if (header.kind == HOST_REPORT_LINE)
+        return who.takes_lines;
     if (who.takes_all)
         return true;
     if (header.kind == HOST_BUS_MESSAGE) {
@@ -83,6 +87,7 @@ void close_listener(int slot)
 {
     const std::scoped_lock lock(listeners_mutex);
     peers.remove(slot);
+    lines_count -= listeners[static_cast<size_t>(slot)].takes_lines ? 1 : 0;
     listeners[static_cast<size_t>(slot)] = {};
     listener_count = peers.count();
 }
@@ -96,6 +101,9 @@ bool subscribe(int slot, const host_packet &header)
     listener &who = listeners[static_cast<size_t>(slot)];
     if (header.value1 == HOST_TAKE_ALL) {
         who.takes_all = true;
+    } else if (header.value1 == HOST_TAKE_LINES) {
+        lines_count += who.takes_lines ? 0 : 1;
+        who.takes_lines = true;
     } else if (!takes(who, asked)) {
         const bool is_name = header.value1 == HOST_TAKE_NAME;
         if (is_name ? who.name_count == NAMES_MAX : who.module_count == MODULES_MAX)
@@ -132,7 +140,7 @@ const char *fault_of(const host_packet &header, ssize_t size)
         return "its name has no end";
     switch (header.kind) {
     case HOST_SUBSCRIBE:
-        if (header.value1 < HOST_TAKE_MODULE || header.value1 > HOST_TAKE_ALL)
+        if (header.value1 < HOST_TAKE_MODULE || header.value1 > HOST_TAKE_LINES)
             return "it subscribes to nothing known";
         return nullptr;
     case HOST_BUS_SEND:
@@ -248,6 +256,11 @@ int hub_post(const host_packet &header, const void *data)
             send_packet(slot, header, data);
     }
     return 0;
+}
+
+bool hub_takes_lines()
+{
+    return lines_count > 0;
 }
 
 int hub_listener_count()

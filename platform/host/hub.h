@@ -30,4 +30,7 @@ void hub_reply(int reply_to, const host_packet &header, const void *data);
 /// Connections of services at this moment. Any thread.
 int hub_listener_count();
 
+/// Whether any listener takes the modem's unsolicited lines. Any thread.
+bool hub_takes_lines();
+
 #endif

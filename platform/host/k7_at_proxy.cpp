@@ -26,6 +26,7 @@
 #include "host_start.h"
 #include "modem_state.h"
 #include "msgq_plain.h"
+#include "report_lines.h"
 #include "served_request.h"
 #include "vlk_msgq.h"
 #include "vlk_queues.h"
@@ -350,7 +351,6 @@ at_sent at_proxy::ask_link(std::string_view text)
     if (asker.request != 0 && asker.request == gone_request)
         return at_sent::REFUSED;
     unread.drop_answers();
-    counters_command_runs(text);
     return link.send(text, asker, link.is_free() ? 0 : monotonic_ms());
 }
 
@@ -539,7 +539,10 @@ void at_proxy::do_what_link_wants(std::unique_lock<std::mutex> link_lock)
 /// Called under the link's mutex, by the reader.
 void at_proxy::deliver(std::string_view text, bool is_answer)
 {
-    count_reports(text);
+    if (!is_answer) {
+        count_reports(text);
+        report_lines_delivery(text);
+    }
     const uint32_t ticket = unread.note_made(is_answer);
     if (to_deliver.is_empty())
         first_ticket = ticket;

@@ -189,7 +189,7 @@ TEST_F(Hub, HostilePacketEndsOnlyItsSender)
         {"a length that overflows", overflow.bytes()},
         {"too much data", make(HOST_SYNC_REQUEST, 1, std::string(HOST_DATA_MAX + 1, 'd')).bytes()},
         {"a kind that only the daemon sends", make(HOST_EVENT, 1).bytes()},
-        {"an unknown subscription", subscription(host_subscription(3), 1).bytes()},
+        {"an unknown subscription", subscription(host_subscription(4), 1).bytes()},
         {"a name without an end", endless_name.bytes()},
         {"noise", std::string(500, '\xA5')},
     };

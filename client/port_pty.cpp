@@ -1,0 +1,230 @@
+#include "port_pty.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <termios.h>
+#include <unistd.h>
+
+using std::string;
+
+namespace
+{
+constexpr int DRAIN_LIMIT_MS = 100;
+
+string system_text(const string &what)
+{
+    return what + ": " + std::strerror(errno);
+}
+
+string read_link(const string &link)
+{
+    std::array<char, 256> target{};
+    const ssize_t size = readlink(link.c_str(), target.data(), target.size());
+    return size < 0 ? string() : string(target.data(), static_cast<size_t>(size));
+}
+
+/// The link with its folder's real name, so that one link has one name.
+string full_name(const string &link)
+{
+    const size_t slash = link.rfind('/');
+    const string folder = slash == string::npos ? "." : link.substr(0, slash + 1);
+    char *real = realpath(folder.c_str(), nullptr);
+    if (real == nullptr)
+        return {};
+    const string name = string(real) + "/" + link.substr(slash == string::npos ? 0 : slash + 1);
+    std::free(real);
+    return name;
+}
+
+void close_if_open(int &fd)
+{
+    if (fd >= 0)
+        close(fd);
+    fd = -1;
+}
+/// Whether it echoed what came from the port.
+bool set_raw(int terminal)
+{
+    termios settings{};
+    tcgetattr(terminal, &settings);
+    const bool echoed = (settings.c_lflag & ECHO) != 0;
+    cfmakeraw(&settings);
+    settings.c_cflag |= CLOCAL | CREAD;
+    settings.c_cc[VMIN] = 1;
+    settings.c_cc[VTIME] = 0;
+    cfsetspeed(&settings, B115200);
+    tcsetattr(terminal, TCSANOW, &settings);
+    return echoed;
+}
+
+/// Reads what was written to the terminal and not read. The kernel may still be on its way with some of it: a mark
+/// behind it tells that all has come.
+void drain(int master, int terminal)
+{
+    const char mark = 0;
+    if (write(master, &mark, 1) != 1)
+        tcflush(terminal, TCIFLUSH); // it is full
+    std::array<char, 4096> bytes;
+    pollfd state{terminal, POLLIN, 0};
+    while (poll(&state, 1, DRAIN_LIMIT_MS) == 1) {
+        const ssize_t count = read(terminal, bytes.data(), bytes.size());
+        if (count <= 0 || bytes[static_cast<size_t>(count) - 1] == mark)
+            return;
+    }
+}
+} // namespace
+
+port_pty::~port_pty()
+{
+    if (linked && read_link(place.link) == path)
+        unlink(place.link.c_str());
+    close_if_open(master);
+    close_if_open(events);
+    close_if_open(claimed);
+}
+
+string port_pty::create(const port_place &new_place)
+{
+    place = new_place;
+    if (string failed = claim(); !failed.empty())
+        return failed;
+    struct stat about {
+    };
+    if (lstat(place.link.c_str(), &about) == 0 && !S_ISLNK(about.st_mode))
+        return place.link + " is there and is no link: choose another name or remove it";
+    return make_terminal();
+}
+
+/// One port serves a link. The kernel forgets the claim with the process.
+string port_pty::claim()
+{
+    const string name = full_name(place.link);
+    if (name.empty())
+        return system_text("cannot make " + place.link);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    const string claim_name = "vlkctl-port:" + name;
+    if (claim_name.size() + 1 > sizeof address.sun_path)
+        return place.link + " is too long a name";
+    claim_name.copy(address.sun_path + 1, claim_name.size());
+    const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + claim_name.size());
+    claimed = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (claimed < 0)
+        return system_text("cannot make a socket");
+    if (bind(claimed, reinterpret_cast<const sockaddr *>(&address), size) == 0)
+        return {};
+    return errno == EADDRINUSE ? "another port serves " + place.link + ": end it or choose another name"
+                               : system_text("cannot claim " + place.link);
+}
+
+string port_pty::make_terminal()
+{
+    close_if_open(master);
+    close_if_open(events);
+    open_now = false;
+    master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    std::array<char, 64> name{};
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0 ||
+        ptsname_r(master, name.data(), name.size()) != 0)
+        return system_text("cannot make a pseudo-terminal (is /dev/pts mounted?)");
+    path = name.data();
+    events = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
+    if (events < 0 || inotify_add_watch(events, path.c_str(), IN_OPEN | IN_CLOSE) < 0)
+        return system_text("cannot watch " + path);
+    if (!prepare())
+        return system_text("cannot set up " + path);
+    return make_link();
+}
+
+/// In one step: whoever opens the link meanwhile finds the old terminal or the new one.
+string port_pty::make_link()
+{
+    const string draft = place.link + ".new";
+    unlink(draft.c_str());
+    if (symlink(path.c_str(), draft.c_str()) != 0)
+        return system_text("cannot make " + place.link);
+    if (rename(draft.c_str(), place.link.c_str()) != 0) {
+        const string failed = system_text("cannot make " + place.link);
+        unlink(draft.c_str());
+        return failed;
+    }
+    linked = true;
+    return {};
+}
+
+/// For the next program, while none has it open. False when the last one locked it for itself (TIOCEXCL).
+bool port_pty::prepare()
+{
+    const int terminal = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
+    if (terminal < 0)
+        return false;
+    ioctl(terminal, TIOCNXCL);
+    const bool echoed = set_raw(terminal);
+    drain(master, terminal);
+    if (echoed) // to the port, as if it had been typed
+        tcflush(master, TCIFLUSH);
+    // a user who may not give the terminal to the group keeps it to their own
+    [[maybe_unused]] const int given = fchown(terminal, static_cast<uid_t>(-1), place.group);
+    const bool set_up = fchmod(terminal, place.mode) == 0;
+    close(terminal);
+    take_events();
+    return set_up;
+}
+
+bool port_pty::hung_up() const
+{
+    pollfd state{master, 0, 0};
+    return poll(&state, 1, 0) == 1 && (state.revents & POLLHUP) != 0;
+}
+
+port_pty::seen port_pty::take_events() const
+{
+    alignas(inotify_event) std::array<char, 4096> bytes;
+    seen found;
+    bool closed = false;
+    for (ssize_t size; (size = read(events, bytes.data(), bytes.size())) > 0;) {
+        for (ssize_t at = 0; at < size;) {
+            inotify_event event;
+            std::memcpy(&event, bytes.data() + at, sizeof event);
+            closed = closed || (event.mask & IN_CLOSE) != 0;
+            found.opened = found.opened || (event.mask & IN_OPEN) != 0;
+            found.reopened = found.reopened || (closed && (event.mask & IN_OPEN) != 0);
+            at += static_cast<ssize_t>(sizeof event + event.len);
+        }
+    }
+    return found;
+}
+
+port_change port_pty::look()
+{
+    const seen events_seen = take_events();
+    const bool reopened = events_seen.reopened;
+    const bool was_open = open_now;
+    open_now = !hung_up();
+    if (!was_open && events_seen.opened)
+        open_now = true; // its bytes are still there; the next look finds it closed
+    if (!was_open)
+        return open_now ? port_change::OPENED : port_change::NONE;
+    if (open_now && !reopened)
+        return port_change::NONE;
+    if (open_now) {
+        set_raw(master); // too late for a program that was quick to set its own, which waits longer then
+        return port_change::REOPENED;
+    }
+    if (!prepare() && !make_terminal().empty())
+        return port_change::CLOSED; // no terminals left: tried again after the next program
+    open_now = !hung_up();
+    return open_now ? port_change::REOPENED : port_change::CLOSED;
+}

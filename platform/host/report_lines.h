@@ -1,0 +1,15 @@
+// The modem's unsolicited lines as they are, for listeners of the hub that ask for them (HOST_TAKE_LINES). The daemon
+// makes events of those that it knows; a program that stands in for a terminal wants the text.
+#ifndef VLK_REPORT_LINES_H
+#define VLK_REPORT_LINES_H
+
+#include <string_view>
+
+/// True for a line that comes by itself, when it is no part of an answer. Pure.
+bool is_report_line(std::string_view line);
+
+/// Tells the listeners the reports in a delivery that is no answer. One thread, the reader's. Costs a look at a counter
+/// while nobody listens.
+void report_lines_delivery(std::string_view delivery);
+
+#endif
