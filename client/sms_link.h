@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "ctl_commands.h"
-#include "sms/store.h"
+#include "sms_store.h"
 
 class daemon_link : public sms::modem
 {

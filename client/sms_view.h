@@ -9,7 +9,7 @@
 
 #include "sms/broadcast.h"
 #include "sms/joiner.h"
-#include "sms/store.h"
+#include "sms_store.h"
 
 /// UTF-8 as a person may see it: control characters and those that turn the direction of writing are escaped, but not
 /// line feeds; on a terminal that does not show UTF-8 all that is not ASCII is.

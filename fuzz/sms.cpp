@@ -6,7 +6,7 @@
 #include "fuzz.h"
 #include "sms/broadcast.h"
 #include "sms/joiner.h"
-#include "sms/store.h"
+#include "sms_store.h"
 
 namespace
 {

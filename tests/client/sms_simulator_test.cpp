@@ -9,7 +9,7 @@
 #include "modem.h"
 #include "random_text.h"
 #include "sms/joiner.h"
-#include "sms/store.h"
+#include "sms_store.h"
 
 namespace
 {

@@ -6,7 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include "sms/store.h"
+#include "sms_store.h"
 
 namespace
 {

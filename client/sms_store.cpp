@@ -1,10 +1,10 @@
-#include "store.h"
+#include "sms_store.h"
 
 #include <algorithm>
 #include <charconv>
 #include <utility>
 
-#include "alphabet.h"
+#include "sms/alphabet.h"
 
 using std::string;
 using std::string_view;
