@@ -300,8 +300,7 @@ int port::serve(int signals)
             return EXIT_DONE;
         if (pty.is_open() && pty.hung_up())
             read_program();
-        if (inputs[1].revents != 0 || (inputs[2].revents & (POLLHUP | POLLERR)) != 0)
-            look_at_programs();
+        look_at_programs(); // always: who writes what is read next may have opened the terminal since poll
         if (pty.is_open())
             read_program();
         serve_reports();
