@@ -56,7 +56,6 @@ int run_scan(const common_options &common, int32_t timeout, bool vendor);
 int run_stop_scan(const common_options &common);
 int run_ussd(const common_options &common, const std::string &code, int32_t timeout);
 int run_list(const common_options &common);
-int run_status(const common_options &common, std::optional<double> wait_ready);
 int run_metrics(const common_options &common);
 int run_monitor(const common_options &common, const monitor_options &options);
 

@@ -2,16 +2,14 @@
 
 #include <array>
 #include <cstdlib>
-#include <map>
 #include <sstream>
 
 #include "ctl_commands.h"
 #include "ctl_output.h"
+#include "ctl_status.h"
 
 namespace
 {
-using values = std::map<std::string, std::string>;
-
 struct family {
     const char *metric;
     const char *type;
@@ -63,7 +61,7 @@ void head(std::ostream &out, const char *metric, const char *type, const char *h
     out << "# HELP " << metric << ' ' << help << "\n# TYPE " << metric << ' ' << type << '\n';
 }
 
-void write_family(std::ostream &out, const family &row, const values &all)
+void write_family(std::ostream &out, const family &row, const status_values &all)
 {
     const std::string name = row.name;
     head(out, row.metric, row.type, row.help);
@@ -77,7 +75,7 @@ void write_family(std::ostream &out, const family &row, const values &all)
     }
 }
 
-void write_commands(std::ostream &out, const values &all)
+void write_commands(std::ostream &out, const status_values &all)
 {
     head(out, "vorlink_commands_total", "counter", "Commands that have ended, by their outcome.");
     const std::string begin = "commands.";
@@ -95,11 +93,7 @@ void write_commands(std::ostream &out, const values &all)
 
 std::string metrics_of(const std::string &status)
 {
-    values all;
-    std::istringstream lines(status);
-    for (std::string line; std::getline(lines, line);)
-        if (const size_t blank = line.find(' '); blank != line.npos)
-            all[line.substr(0, blank)] = line.substr(blank + 1);
+    status_values all = status_values_of(status);
     std::ostringstream out;
     out.precision(15);
     head(out, "vorlink_up", "gauge", "Whether the daemon answers.");

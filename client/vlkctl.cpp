@@ -15,6 +15,7 @@
 #include "ctl_output.h"
 #include "ctl_port.h"
 #include "ctl_sms.h"
+#include "ctl_status.h"
 #include "ctl_terminal.h"
 #include "daemon_folders.h"
 
@@ -65,6 +66,7 @@ struct command_line {
     std::string ussd_code;
     bool last_try = false;
     bool metrics = false;
+    bool watch_status = false;
     bool vendor_scan = false;
     int32_t scan_timeout = 0; // seconds
     int32_t ussd_timeout = 0;
@@ -214,10 +216,14 @@ void add_status(command_line &line)
         ->add_option("--wait-ready", line.wait_ready,
                      "wait up to so many seconds until the modem is ready; exit code 3 when it is not")
         ->check(check_seconds);
-    status->footer("Examples:\n  vlkctl status\n  vlkctl status --json\n  vlkctl status --wait-ready 20");
+    status->footer(
+        "Examples:\n  vlkctl status\n  vlkctl status --json\n  vlkctl status --wait-ready 20\n  vlkctl status --watch");
     status->add_flag("--metrics", line.metrics, "print everything in the text format of Prometheus");
+    status->add_flag("--watch", line.watch_status, "show it again every second, until Ctrl-C");
     status->callback([&line] {
         line.chosen = [&line] {
+            if (line.watch_status)
+                return watch_status(line.common);
             return line.metrics ? run_metrics(line.common) : run_status(line.common, line.wait_ready);
         };
     });

@@ -265,7 +265,10 @@ bool hub_takes_lines()
 
 int hub_listener_count()
 {
-    return listener_count;
+    const std::scoped_lock lock(listeners_mutex);
+    return static_cast<int>(std::ranges::count_if(listeners, [](const listener &who) {
+        return who.takes_all || who.takes_lines || who.module_count > 0 || who.name_count > 0;
+    }));
 }
 
 void hub_reply(int reply_to, const host_packet &header, const void *data)

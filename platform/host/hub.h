@@ -27,7 +27,7 @@ int hub_post(const host_packet &header, const void *data);
 /// Sends a packet to one listener, with the same rules. Handlers only.
 void hub_reply(int reply_to, const host_packet &header, const void *data);
 
-/// Connections of services at this moment. Any thread.
+/// Services that have subscribed to something. Any thread.
 int hub_listener_count();
 
 /// Whether any listener takes the modem's unsolicited lines. Any thread.
