@@ -3,6 +3,9 @@
 #include <array>
 #include <cstring>
 
+#include "sms/joiner.h"
+#include "vlk_reports.h"
+
 using nlohmann::ordered_json;
 using std::string;
 
@@ -59,6 +62,27 @@ string signal_text(const signal_reading &reading)
            std::to_string(static_cast<int>(*strength)) + " dBm, " + std::to_string(bars_of(reading)) +
            " of " + std::to_string(BARS) + " bars";
 }
+
+/// "from +49...: text" of a message as it arrives, "report on message 12" of a delivery report; empty for another packet.
+std::string message_meaning(const vlk_packet &packet)
+{
+    vlk_sms_content content{};
+    if (!is_record(packet, VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED, sizeof content))
+        return "";
+    std::memcpy(&content, packet.data, sizeof content);
+    sms::pdu pdu;
+    const std::string_view digits(content.pdu, strnlen(content.pdu, sizeof content.pdu));
+    const bool is_pdu = content.report_id == VLK_REPORT_CMT || content.report_id == VLK_REPORT_CDS;
+    if (!is_pdu || sms::decode_pdu(digits, content.length, pdu) != nullptr)
+        return "";
+    if (pdu.type == sms::pdu_type::status_report)
+        return "report on message " + std::to_string(pdu.reference) + " to " + text_of(pdu.peer);
+    const sms::message whole{pdu, {0}, {pdu.data.units}};
+    const std::string part = pdu.data.count > 1 ? " (part " + std::to_string(pdu.data.number) + " of " +
+                                                      std::to_string(pdu.data.count) + ")"
+                                                : "";
+    return "from " + text_of(pdu.peer) + part + ": " + whole.text();
+}
 } // namespace
 
 bool take_signal(const vlk_packet &packet, signal_reading &reading)
@@ -101,6 +125,8 @@ void add_meaning(const vlk_packet &packet, ordered_json &object)
         object["meaning"] = message->text;
     else if (take_signal(packet, reading))
         object["meaning"] = signal_text(reading);
+    else if (const std::string sms = message_meaning(packet); !sms.empty())
+        object["meaning"] = sms;
     else if (packet.kind == VLK_PACKET_EVENT && packet.module == REGISTRATION_MODULE)
         object["meaning"] = registration_text(packet.value1);
 }
