@@ -64,7 +64,7 @@ string person_time(const sms::timestamp &time)
 
 string local_time(int64_t seconds)
 {
-    const time_t time = seconds;
+    const auto time = static_cast<time_t>(seconds);
     tm parts{};
     char text[40] = "";
     if (localtime_r(&time, &parts) != nullptr)

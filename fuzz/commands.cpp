@@ -8,10 +8,12 @@
 #include <unistd.h>
 
 #include "fuzz.h"
+#include "host_start.h"
+
+extern host_config host_settings_as_read;
 #include "vlk_task.h"
 
-/// In place of the host layer's: nothing is printed, and there is no door.
-void host_log(int, const char *, ...) {}
+/// In place of the host layer's: there is no door.
 static int opened_slot = -1;
 int door_open(const door_service &)
 {
@@ -148,6 +150,7 @@ int LLVMFuzzerTestOneInput(const uint8_t *data, std::size_t size)
 {
     [[maybe_unused]] static const int made = VLK_event_init(VLK_EVENT_MASK);
     main_wait_set_proc(lane_event);
+    host_settings_as_read.log_level = -1; // nothing is printed
     last_seq = 0;
     withdrawn.clear();
     asker = nullptr;
