@@ -304,7 +304,7 @@ bool at_link::take_unit(const at_unit &unit)
         tell_once(at_notice::NUL_BYTES);
     if (unit.is_continued)
         return take_continued(unit);
-    passes_on = keeps_open = false;
+    keeps_open = false;
     if (unit.is_prompt)
         return take_prompt(unit);
     const bool fills_delivery = !unit.is_finished && unit.text.size() == AT_DELIVERY_MAX;
@@ -342,8 +342,6 @@ bool at_link::take_whole(const at_unit &unit)
 /// The rest of a line goes where its start went. One that is kept may turn out to be a final result.
 bool at_link::take_continued(const at_unit &unit)
 {
-    if (passes_on)
-        return unit.text != LINE_END && pass_on(unit);
     if (!keeps_open)
         return false;
     const unsigned head = static_cast<unsigned char>(answer[open_unit]) * 256U +
@@ -576,8 +574,9 @@ void at_link::deliver_answer(bool is_answer)
 
 bool at_link::pass_on(const at_unit &unit)
 {
+    if (!unit.is_finished)
+        return false; // half a report is none, and the other half would get into the next answer: both are dropped
     append_unit(unit.text, unit.is_after_blank, unit.has_body, false);
-    passes_on = !unit.is_finished;
     return true;
 }
 

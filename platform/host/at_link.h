@@ -257,8 +257,7 @@ private:
     int guard = 0;            ///< commands before which the modem, which answers twice, is asked
     unsigned told_notices = 0;
 
-    bool passes_on = false; ///< what the start of the open line came to
-    bool keeps_open = false;
+    bool keeps_open = false;                  ///< the start of the open line is in the answer
     std::array<char, AT_ANSWER_MAX> answer{}; ///< units: two bytes of length and flag, the text
     std::size_t answer_count = 0;
     std::size_t open_unit = 0; ///< offset of the unit whose line is open
