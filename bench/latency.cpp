@@ -40,7 +40,7 @@ PART:
   pty       through a pty in place of a socket, without the floor
   clients   commands a second with 1, 4, 16 and 64 client processes and the slowest of them, everything on one CPU,
             beside the floor
-  memory    of the daemon after 10,000 and after 50,000 commands, KiB
+  memory    of the daemon after 10,000 and after 50,000 commands, KiB; of one that is linked statically, too
   start     milliseconds until the modem is ready
 )";
 
@@ -434,33 +434,39 @@ void measure_throughputs(const place &where)
     }
 }
 
-void print_memory(pid_t pid, const char *when)
+void print_memory(pid_t pid, const char *program, const char *when)
 {
     std::ifstream status("/proc/" + std::to_string(pid) + "/status");
     for (std::string name; status >> name; status.ignore(1000, '\n')) {
         long size = 0;
         if (name == "VmRSS:" && status >> size)
-            printf("memory/resident/%s %ld KiB\n", when, size);
+            printf("%s/resident/%s %ld KiB\n", program, when, size);
         else if (name == "RssAnon:" && status >> size)
-            printf("memory/anonymous/%s %ld KiB\n", when, size);
+            printf("%s/anonymous/%s %ld KiB\n", program, when, size);
     }
     std::ifstream shares("/proc/" + std::to_string(pid) + "/smaps_rollup");
     for (std::string name; shares >> name; shares.ignore(1000, '\n'))
         if (long size = 0; name == "Pss:" && shares >> size)
-            printf("memory/proportional/%s %ld KiB\n", when, size);
+            printf("%s/proportional/%s %ld KiB\n", program, when, size);
+}
+
+void measure_memory_of(const char *program, const char *name, const place &where)
+{
+    const child daemon = start_server(program, where);
+    daemon_client client(where);
+    for (int command = 1; command <= 50'000; ++command) {
+        client.exchange();
+        if (command == 10'000)
+            print_memory(daemon.pid, name, "10000_commands");
+    }
+    print_memory(daemon.pid, name, "50000_commands");
 }
 
 void measure_memory(const place &where)
 {
     const child modem = start_modem_on_socket(where.device);
-    const child daemon = start_server(VORLINK, where);
-    daemon_client client(where);
-    for (int command = 1; command <= 50'000; ++command) {
-        client.exchange();
-        if (command == 10'000)
-            print_memory(daemon.pid, "10000_commands");
-    }
-    print_memory(daemon.pid, "50000_commands");
+    measure_memory_of(VORLINK, "memory", where);
+    measure_memory_of(VORLINK_STATIC, "memory_static", where);
 }
 
 void measure_start(const place &where)

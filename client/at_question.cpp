@@ -14,6 +14,7 @@ using std::string_view;
 namespace
 {
 constexpr string_view LINE_END = "\r\n";
+constexpr string_view PROMPT = "> ";
 constexpr size_t LONGEST_RAW = MAX_ATCMD_REPORT_SIZE - 1; // a raw answer of this length may have lost its end
 
 /// Common reports that the daemon has no handler for: raw collection leaves them between the lines of an answer.
@@ -35,6 +36,8 @@ constexpr string_view SET_LISTS[] = {"+CPBR", "+CPBF"};
 constexpr string_view ASKING_REPORTS[] = {"^NETSCAN", "+CCWA"};
 /// The read command's line begins with the mode, the report's line with the state.
 constexpr string_view REGISTRATIONS[] = {"+CREG", "+CGREG", "+CEREG", "+C5GREG"};
+/// The answer's line begins with a number, the report's with a telephone number in quotes.
+constexpr string_view CALLS[] = {"+CLIP", "+CCWA", "+COLP", "+CNAP"};
 
 /// Names whose parameters nobody else may see.
 constexpr string_view SECRETS[] = {"+CPIN",     "+CPIN2",  "+CLCK",     "+CPWD", "^CPIN", "^CPIN2", "^CPWD",
@@ -167,20 +170,151 @@ bool answers_registration(string_view line)
            std::ranges::all_of(stat, [](unsigned char c) { return std::isdigit(c) != 0; });
 }
 
-void drop_reports(const at_question &question, std::vector<string> &lines)
+/// Whether a line of the command's name has the shape of its answer; a report of that name has another one.
+bool has_shape_of_answer(const at_question &question, string_view line)
 {
-    const bool plain = is_one_of(question.name, PLAIN_TEXTS) && question.name != "+CLAC";
-    std::erase_if(lines, [&](string_view line) {
-        const string_view name = name_of_line(line);
-        if (name.empty() || name == question.name)
-            return false;
-        return plain || is_one_of(name, OTHER_REPORTS);
-    });
-    if (question.form == AT_READ && is_one_of(question.name, REGISTRATIONS) &&
-        std::ranges::any_of(lines, answers_registration))
-        std::erase_if(lines, [](string_view line) { return !answers_registration(line); });
+    const size_t colon = line.find(':');
+    const string_view fields = colon == string_view::npos ? string_view{} : trim(line.substr(colon + 1));
+    if (question.form == AT_TEST)
+        return fields.find('(') != string_view::npos;
+    if (question.form == AT_READ && is_one_of(question.name, REGISTRATIONS))
+        return answers_registration(line);
+    if (question.form == AT_READ && question.name == "+CUSD")
+        return fields.find(',') == string_view::npos;
+    return !is_one_of(question.name, CALLS) || !fields.starts_with('"');
 }
 
+/// A line of another name that raw collection leaves between the lines of the answer.
+bool is_other_report(const at_question &question, string_view line)
+{
+    const bool plain = is_one_of(question.name, PLAIN_TEXTS) && question.name != "+CLAC";
+    const string_view name = name_of_line(line);
+    return !name.empty() && name != question.name && (plain || is_one_of(name, OTHER_REPORTS));
+}
+
+/// Of lines with the command's name those that have the shape of a report, when others have that of the answer.
+void drop_reports_of_its_name(const at_question &question, std::vector<string> &lines)
+{
+    if (question.form != AT_BASIC &&
+        std::ranges::any_of(lines, [&](string_view line) { return has_shape_of_answer(question, line); }))
+        std::erase_if(lines, [&](string_view line) {
+            return name_of_line(line) == question.name && !has_shape_of_answer(question, line);
+        });
+}
+
+// ---- What the modem said, as it came
+
+/// A report that the services are told: a line of that kind is no part of an answer that does not expect it.
+bool is_known_report(string_view line)
+{
+    if (!line.starts_with('+') && !line.starts_with('^'))
+        return line.starts_with("RING") || line.starts_with("IRING");
+    return vlk_holds_report_name(line);
+}
+
+/// A line that came while the command ran and does not name it. Without an expected prefix it may still be the answer.
+bool may_answer(const at_question &question, string_view line)
+{
+    return question.expected.empty() && !is_known_report(line) && !is_other_report(question, line);
+}
+
+/// The head of a message in text mode, whose body may be any text: its state is a word, in PDU mode it is a number.
+bool heads_a_text(const at_question &question, string_view line)
+{
+    if (!is_one_of(question.name, MESSAGES) || name_of_line(line) != question.name)
+        return false;
+    const bool is_list = question.name.ends_with("CMGL");
+    const size_t state = is_list ? line.find(',') : line.find(':');
+    return question.name == "^HCMGR" ||
+           (state != string_view::npos && trim(line.substr(state + 1)).starts_with('"'));
+}
+
+/// "OK" alone, "+CME ERROR: 10", "CONNECT 115200", but not "OK, see you".
+bool is_final_result(string_view line, int32_t code, string_view code_text)
+{
+    if (!line.starts_with(code_text))
+        return false;
+    const string_view rest = trim(line.substr(code_text.size()));
+    return rest.empty() || rest.starts_with(':') || code == AT_CONNECT || code == AT_ATE0;
+}
+
+struct said_line {
+    string text;
+    bool is_answer;
+    bool is_after_blank; ///< as modems frame what they say; lines of a message's body come without
+};
+
+/// A report among the lines of the answer: the first one of those that the command switched on (AT+CREG=2), or one that
+/// came while the modem told a message up to its Ctrl-Z.
+bool is_report_within(const at_question &question, const said_line &line)
+{
+    if (question.name == "^HCMGR")
+        return line.is_after_blank && name_of_line(line.text) != question.name &&
+               (is_known_report(line.text) || is_other_report(question, line.text));
+    return question.expected.empty() && is_report(question.name) && name_of_line(line.text) == question.name;
+}
+
+/// The lines of all pieces in their order. A piece may end inside a line, which the next one of its kind goes on with.
+std::vector<said_line> lines_said(const std::vector<at_text> &texts)
+{
+    std::vector<said_line> lines;
+    bool blank = false;
+    bool open = false;
+    for (const at_text &piece : texts) {
+        string_view rest = piece.text;
+        if (rest == PROMPT || rest.ends_with(string(LINE_END) + string(PROMPT)))
+            rest.remove_suffix(PROMPT.size());
+        while (!rest.empty()) {
+            const size_t end = std::min(rest.find(LINE_END), rest.size());
+            if (open && lines.back().is_answer == piece.is_answer)
+                lines.back().text += rest.substr(0, end);
+            else if (end > 0)
+                lines.push_back({string(rest.substr(0, end)), piece.is_answer, blank});
+            blank = end == 0;
+            open = end == rest.size();
+            rest.remove_prefix(std::min(end + LINE_END.size(), rest.size()));
+        }
+    }
+    return lines;
+}
+} // namespace
+
+std::optional<at_answer> read_answer_text(const at_question &question, const std::vector<at_text> &texts,
+                                          int32_t code)
+{
+    const string_view code_text = vlk_final_result(code);
+    std::vector<said_line> said = lines_said(texts);
+    while (!said.empty() && !said.back().is_answer)
+        said.pop_back();
+    if (said.empty() || !said.back().text.starts_with(code_text))
+        return {};
+    at_answer answer;
+    answer.code = code;
+    const said_line end = said.back();
+    answer.final_result = end.text;
+    said.pop_back();
+
+    const bool in_text =
+        std::ranges::any_of(said, [&](const said_line &line) { // of a modem that frames its lines
+            return line.is_after_blank && heads_a_text(question, line.text);
+        });
+    for (const said_line &line : said) {
+        const bool is_body = in_text && !line.is_answer && !line.is_after_blank;
+        answer.cut = answer.cut || is_body; // it looks like a report, and services were told it
+        if (line.is_answer ? !is_report_within(question, line) : may_answer(question, line.text))
+            answer.lines.push_back(line.text);
+    }
+    drop_reports_of_its_name(question, answer.lines);
+    if (!is_final_result(end.text, code, code_text) || (in_text && !end.is_after_blank)) {
+        answer.ended_by_text = answer.cut = true;
+        answer.lines.push_back(end.text);
+        answer.final_result = code_text;
+    }
+    return answer;
+}
+
+namespace
+{
 /// Bytes of one command at the beginning of the text behind AT, up to its ; or to where the next one begins.
 size_t command_length(string_view text)
 {
@@ -279,7 +413,8 @@ at_answer read_answer(const at_question &question, const at_cmd_msg &reply)
     const bool with_final = question.expected.empty() || code == AT_CME_ERROR || code == AT_CMS_ERROR;
     if (with_final) // two line ends: all lines were there, only the final result had no room
         take_final_result(code_text, text.size() >= LONGEST_RAW && !text.ends_with("\r\n\r\n"), answer);
-    drop_reports(question, answer.lines);
+    std::erase_if(answer.lines, [&](string_view line) { return is_other_report(question, line); });
+    drop_reports_of_its_name(question, answer.lines);
     return answer;
 }
 

@@ -1,6 +1,10 @@
 // How to ask the daemon a command so that its answer comes back as a terminal would show it, and how to read that
 // answer. Pure: no daemon is needed. Any thread.
 //
+// The answer is in what the hub tells of it (read_answer_text): everything is there, or the daemon says that it is not.
+// The reply's record is what the daemon's collection makes of it, and enough for short answers: raw collection shows by
+// the missing final result that 1499 bytes were not enough; of expected lines nobody can tell that from the record.
+//
 // The daemon takes modem text apart line by line. A line that contains the expected prefix is the command's; a line
 // that begins like a report and contains the name of a known one anywhere is told to the services; the rest is response
 // text. Raw collection keeps response text line by line, up to 1499 bytes; multi-line collection keeps expected lines
@@ -9,6 +13,7 @@
 #ifndef VLK_AT_QUESTION_H
 #define VLK_AT_QUESTION_H
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -43,14 +48,27 @@ std::vector<std::string> split_commands(std::string_view line);
 
 struct at_answer {
     std::vector<std::string>
-        lines;                // without their line ends, without empty ones and without the final result
-    int32_t code = AT_NONE;   // the final result's
-    std::string final_result; // with its cause where the modem gave one: "+CME ERROR: 10", "CONNECT 115200"
-    bool cut = false;         // the end of the answer is missing
+        lines;                  // without their line ends, without empty ones and without the final result
+    int32_t code = AT_NONE;     // the final result's
+    std::string final_result;   // with its cause where the modem gave one: "+CME ERROR: 10", "CONNECT 115200"
+    bool cut = false;           // lines are missing
+    bool ended_by_text = false; // a line of a message that begins like a final result ended the answer
 };
 
-/// Reads the reply to a question that was asked as question_of says (expected empty: raw).
+/// Reads the reply to a question that was asked as question_of says (expected empty: raw). A raw answer that is cut
+/// says so; of expected lines nobody can tell from the record alone.
 at_answer read_answer(const at_question &question, const at_cmd_msg &reply);
+
+/// What the modem said while the command ran, piece by piece as the hub hands it out.
+struct at_text {
+    std::string text;
+    bool is_answer;
+};
+
+/// Reads an answer from that: nothing is missing but what the daemon said that it dropped (cut). code: the reply's.
+/// Nothing when its final result is not there: the modem has not answered.
+std::optional<at_answer> read_answer_text(const at_question &question, const std::vector<at_text> &texts,
+                                          int32_t code);
 
 /// The command with *** in place of its parameters where they may hold a PIN, a password or a message.
 std::string without_secrets(std::string_view line);

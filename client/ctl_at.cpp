@@ -52,13 +52,17 @@ int check_commands(const string &line, int32_t timeout)
     return VLK_OK;
 }
 
-/// Seconds that the slowest command of the line is given.
-int32_t longest_of(const string &line, int32_t timeout)
+/// Seconds that all commands of the line certainly need no more than; a long list may take a request for each entry.
+double usual_wait(const string &line, int32_t timeout)
 {
-    int32_t longest = timeout;
-    for (const string &command : split_commands(line))
-        longest = std::max(longest, seconds_for(question_of(command), timeout));
-    return longest;
+    constexpr double PIECES = 20;
+    double seconds = OTHERS_SECONDS;
+    for (const string &command : split_commands(line)) {
+        const at_question question = question_of(command);
+        const bool may_be_divided = question.name == "+CPBR" || question.name == "+CMGL";
+        seconds += seconds_for(question, timeout) * (may_be_divided ? PIECES : 1);
+    }
+    return seconds;
 }
 
 int ask(const common_options &common, const request_options &limits, const string &command)
@@ -70,7 +74,7 @@ int ask(const common_options &common, const request_options &limits, const strin
         return report_failure(failed, common.json);
     answer_printer printer{common.json, {}};
     vlk_answer answer;
-    const double wait = limits.wait.value_or(longest_of(command, limits.timeout) + OTHERS_SECONDS);
+    const double wait = limits.wait.value_or(usual_wait(command, limits.timeout));
     const int result = vlk_ask(session.client(), command.c_str(), limits.timeout,
                                static_cast<int32_t>(wait * 1000), take_line, &printer, &answer);
     if (result != VLK_OK)
@@ -78,17 +82,17 @@ int ask(const common_options &common, const request_options &limits, const strin
 
     const outcome end =
         outcome_of(answer.ret_val, answer.final_result, printer.lines.empty(), session.modem());
-    const string cut = "the answer was too long for the daemon, its end is missing";
     bool printed = !printer.failed;
     if (common.json)
         printed = print_json(json_of(without_secrets(command), answer, printer.lines));
-    else if (!end.text.empty())
+    else if (!end.text.empty() && answer.cut != VLK_ENDED_BY_TEXT)
         print_error(end.text);
     if (answer.cut != 0)
-        print_error(cut);
+        print_error(cut_text(answer.cut));
     if (!printed)
         return EXIT_OTHER;
-    return end.code == EXIT_DONE && answer.cut != 0 ? EXIT_CUT : end.code;
+    return answer.cut == VLK_ENDED_BY_TEXT || (end.code == EXIT_DONE && answer.cut != 0) ? EXIT_CUT
+                                                                                         : end.code;
 }
 
 int ask_as_told(const common_options &common, const request_options &limits, const at_options &options)
@@ -102,7 +106,7 @@ int ask_as_told(const common_options &common, const request_options &limits, con
     if (const int failed = session.open(common, limits))
         return report_failure(failed, common.json);
     const double usual =
-        OTHERS_SECONDS + (options.raw ? longest_of(options.command, limits.timeout) : limits.timeout);
+        options.raw ? usual_wait(options.command, limits.timeout) : OTHERS_SECONDS + limits.timeout;
     const int result = vlk_exchange(session.client(), &record, &record,
                                     static_cast<int32_t>(limits.wait.value_or(usual) * 1000));
     if (result != VLK_OK)

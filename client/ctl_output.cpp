@@ -204,6 +204,14 @@ int report_refusal(ctl_exit code, const string &text, bool json)
     return code;
 }
 
+const char *cut_text(int cut)
+{
+    return cut == VLK_ENDED_BY_TEXT
+               ? "the last line looks like the end of the answer and is none: what came behind "
+                 "it is missing (messages: vlkctl sms list reads any text)"
+               : "the answer was too long for the daemon, lines are missing";
+}
+
 outcome outcome_of(int32_t ret_val, const string &final_line, bool empty, uint32_t modem)
 {
     const string state = vlk_modem_text(modem);

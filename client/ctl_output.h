@@ -64,6 +64,9 @@ struct outcome {
 };
 outcome outcome_of(int32_t ret_val, const std::string &final_line, bool empty, uint32_t modem);
 
+/// What a person should be told about an answer that is not whole (vlk_cut).
+const char *cut_text(int cut);
+
 /// Prints a reply, the response on standard output and a final result that is not just OK behind a response on
 /// standard error, and returns how the command ends. what: how the JSON object names the request.
 int report_reply(const at_cmd_msg &reply, uint32_t modem, std::string_view what, bool json);

@@ -14,6 +14,7 @@
 #include <sys/signalfd.h>
 #include <unistd.h>
 
+#include "answer_text.h"
 #include "at_question.h"
 #include "ctl_output.h"
 #include "port_line.h"
@@ -173,8 +174,6 @@ void port::start_request()
 {
     const port_request &request = *line.request();
     question = question_of(request.question);
-    if (question.name == "+CMGL")
-        question.expected.clear(); // raw collection shows where a list of messages was cut
     const int32_t seconds = seconds_for(question);
     deadline = clock_type::now() + std::chrono::seconds(seconds) + OTHERS;
     started = true;
@@ -200,6 +199,10 @@ std::optional<port_reply> port::answer_come()
             return vlk_client_modem(client.get()) == VLK_MODEM_READY ? port_reply{{}, "OK"} : busy;
         if (fill(record, request, question) != VLK_OK)
             return failed;
+        if (begin_answer(client.get(), record) != VLK_OK) {
+            client.reset(); // its daemon has gone
+            return busy;
+        }
     }
     int result = sent ? VLK_OK : vlk_send(client.get(), &record, 0);
     sent = sent || result == VLK_OK;
@@ -211,14 +214,14 @@ std::optional<port_reply> port::answer_come()
         client.reset();
         return busy;
     }
-    const at_answer answer = read_answer(question, record);
+    const at_answer answer = take_answer(client.get(), question, record);
     const int32_t code = record.snd_rcv_msg.ret_val;
     if (code == AT_NONE || code == 0)
         return failed;
     if (code == AT_COMMAND_NOT_SUPPORT && vlk_client_modem(client.get()) != VLK_MODEM_READY)
         return busy; // it could not be written
     const bool is_done = code == AT_OK || code == AT_ATE0;
-    if (answer.cut || (is_done && question.is_a_list && answer.lines.size() > 1))
+    if (answer.cut)
         return ask_in_pieces().value_or(failed);
     return port_reply{answer.lines, is_done ? "OK" : answer.final_result};
 }

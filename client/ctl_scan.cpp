@@ -9,7 +9,6 @@
 
 #include <unistd.h>
 
-#include "at_question.h"
 #include "ctl_commands.h"
 #include "ctl_output.h"
 #include "ctl_session.h"
@@ -23,7 +22,6 @@ using std::vector;
 namespace
 {
 constexpr int32_t HUB_LIMIT_MS = 5000;
-constexpr int32_t LOOK_MS = 200;
 constexpr const char *LIST_COMMAND = "AT+COPS=?";
 constexpr const char *VENDOR_COMMAND = "AT^NETSCAN";
 
@@ -110,19 +108,24 @@ ordered_json json_of(const vector<found_network> &networks)
     return list;
 }
 
-int print_found(const common_options &common, const at_answer &answer, bool vendor, double seconds)
+int print_found(const common_options &common, const modem_answer &answer, bool vendor, double seconds)
 {
     vector<found_network> networks;
     for (const string &line : answer.lines)
         for (const found_network &one : networks_of(line))
             networks.push_back(one);
+    if (answer.cut)
+        print_error(cut_text(VLK_TOO_LONG));
     if (common.json) {
         ordered_json object = {{"command", vendor ? VENDOR_COMMAND : LIST_COMMAND},
                                {"seconds", static_cast<int64_t>(seconds)},
                                {"networks", json_of(networks)}};
         if (vendor)
             object["lines"] = answer.lines;
-        return print_json(object) ? EXIT_DONE : EXIT_OTHER;
+        object["cut"] = answer.cut;
+        if (!print_json(object))
+            return EXIT_OTHER;
+        return answer.cut ? EXIT_CUT : EXIT_DONE;
     }
     if (!vendor && networks.empty())
         print_error("no network found");
@@ -130,14 +133,16 @@ int print_found(const common_options &common, const at_answer &answer, bool vend
     for (const string &line : answer.lines)
         lines += (lines.empty() ? "" : "\n") + line;
     const string text = vendor ? lines : networks.empty() ? "" : table_of(networks);
-    return text.empty() || print_line(text) ? EXIT_DONE : EXIT_OTHER;
+    if (!text.empty() && !print_line(text))
+        return EXIT_OTHER;
+    return answer.cut ? EXIT_CUT : EXIT_DONE;
 }
 
-int stop_and_leave(const common_options &common, client_handle &client, bool vendor)
+int stop_and_leave(const common_options &common, ctl_session &session, bool vendor)
 {
     int failure = VLK_OK;
     const stop_result stopped = vendor ? ask_to_stop(common, &failure) : stop_result::DONE;
-    client.reset(); // the daemon ends the command of a client that hangs up
+    session.close(); // the daemon ends the command of a client that hangs up
     const bool done = stopped == stop_result::DONE;
     print_error(done ? "scan stopped" : "the modem did not take the stop command; the scan goes on");
     if (common.json)
@@ -148,38 +153,21 @@ int stop_and_leave(const common_options &common, client_handle &client, bool ven
 
 int run_scan(const common_options &common, int32_t timeout, bool vendor)
 {
-    const char *const command = vendor ? VENDOR_COMMAND : LIST_COMMAND;
-    const vlk_place place = common.place();
-    vlk_client *opened = nullptr;
-    at_cmd_msg record;
-    int result = vlk_open(&opened, &place);
-    client_handle client(opened, vlk_close);
-    if (result == VLK_OK)
-        result = vlk_fill_query(&record, command, timeout);
-    if (result == VLK_OK)
-        result = vlk_send(client.get(), &record, OTHERS_SECONDS * 1000);
-    if (result != VLK_OK)
-        return report_failure(result, common.json);
-
+    ctl_session session;
+    if (const int failed = session.open(common))
+        return report_failure(failed, common.json);
     catch_interrupts();
     progress mark;
-    const uint32_t seq = record.seq;
-    const double limit = timeout + OTHERS_SECONDS;
-    do {
-        mark.show();
-        result = vlk_wait(client.get(), seq, &record, LOOK_MS);
-        if (interrupted() && result == VLK_TIMEOUT) {
-            mark.clear();
-            return stop_and_leave(common, client, vendor);
-        }
-    } while (result == VLK_TIMEOUT && mark.seconds() < limit);
+    const modem_answer answer = session.ask_until_interrupt(vendor ? VENDOR_COMMAND : LIST_COMMAND, timeout,
+                                                            [&mark] { mark.show(); });
     mark.clear();
-    if (result != VLK_OK)
-        return report_failure(result, common.json);
-    const at_answer answer = read_answer(question_of(command), record);
-    if (answer.code == AT_OK)
+    if (interrupted() && answer.result == VLK_TIMEOUT)
+        return stop_and_leave(common, session, vendor);
+    if (answer.result != VLK_OK)
+        return report_failure(answer.result, common.json);
+    if (answer.succeeded())
         return print_found(common, answer, vendor, mark.seconds());
-    const outcome end = outcome_of(answer.code, answer.final_result, true, vlk_client_modem(client.get()));
+    const outcome end = outcome_of(answer.ret_val, answer.final_result, true, session.modem());
     return report_refusal(end.code, end.text, common.json);
 }
 

@@ -1,5 +1,11 @@
 #include "ctl_session.h"
 
+#include <chrono>
+#include <utility>
+
+#include "answer_text.h"
+#include "ctl_terminal.h"
+
 using std::string;
 
 int ctl_session::open(const common_options &common, const request_options &limits)
@@ -29,6 +35,39 @@ modem_answer ctl_session::ask(const string &command, int32_t timeout)
     answer.ret_val = end.ret_val;
     answer.final_result = end.final_result;
     answer.cut = end.cut != 0;
+    return answer;
+}
+
+modem_answer ctl_session::ask_until_interrupt(const string &command, int32_t timeout,
+                                              const std::function<void()> &look)
+{
+    using clock = std::chrono::steady_clock;
+    constexpr int32_t LOOK_MS = 200;
+    const at_question question = question_of(command);
+    const auto end = clock::now() + std::chrono::seconds(seconds_for(question, timeout) + OTHERS_SECONDS);
+    modem_answer answer;
+    at_cmd_msg record;
+    answer.result = vlk_fill_query(&record, command.c_str(), timeout);
+    if (answer.result == VLK_OK)
+        answer.result = begin_answer(client_.get(), record);
+    if (answer.result == VLK_OK)
+        answer.result = vlk_send(client_.get(), &record, OTHERS_SECONDS * 1000);
+    if (answer.result == VLK_OK) {
+        const uint32_t seq = record.seq;
+        do {
+            look();
+            answer.result = vlk_wait(client_.get(), seq, &record, LOOK_MS);
+        } while (answer.result == VLK_TIMEOUT && !interrupted() && clock::now() < end);
+    }
+    if (answer.result != VLK_OK) {
+        failed_ = answer.result;
+        return answer;
+    }
+    at_answer taken = take_answer(client_.get(), question, record);
+    answer.ret_val = taken.code;
+    answer.lines = std::move(taken.lines);
+    answer.final_result = std::move(taken.final_result);
+    answer.cut = taken.cut;
     return answer;
 }
 

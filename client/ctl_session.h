@@ -2,6 +2,7 @@
 #ifndef VLK_CTL_SESSION_H
 #define VLK_CTL_SESSION_H
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -32,8 +33,14 @@ public:
     /// A vlk_result. Waits for a modem that is not ready as long as the limits say.
     int open(const common_options &common, const request_options &limits = {});
     modem_answer ask(const std::string &command, int32_t timeout = 10);
+    /// The same, but Ctrl-C ends the wait (catch_interrupts has been called): the command is withdrawn, the result is
+    /// VLK_TIMEOUT. look is called a few times a second.
+    modem_answer ask_until_interrupt(
+        const std::string &command, int32_t timeout, const std::function<void()> &look = [] {});
     /// The first line of a successful answer, else empty.
     std::string line_of(const std::string &command);
+    /// Withdraws what is under way.
+    void close() { client_.reset(); }
     /// The result of the last ask that failed in the library, else VLK_OK: the daemon has gone, say.
     int failed() const { return failed_; }
     vlk_client *client() const { return client_.get(); }

@@ -48,7 +48,8 @@ string counts_text(const status_values &all, const string &beginning)
         const bool is_other = rest == "all" || rest == "withdrawn" || rest.ends_with("_ms");
         if (!name.starts_with(beginning) || is_other || value == "0")
             continue;
-        text += (text.empty() ? "" : ", ") + rest + " " + value;
+        text += text.empty() ? "" : ", ";
+        text.append(rest).append(" ").append(value);
     }
     return text;
 }
@@ -96,12 +97,14 @@ string status_text(const vlk_status &status, const status_values &all)
     const string commands = counts_text(all, "commands.");
     const string reports = counts_text(all, "reports.");
     const string lost = counts_text(all, "lost.");
+    const string unknown = value_of(all, "modem.unknown_lines");
     text += "\nrunning:   " + running_text(all) + "\nwaiting:   " + waiting_text(all) +
             "\nlisteners: " + value_of(all, "listeners") + "\ncommands:  " + value_of(all, "commands.all") +
             (commands.empty() ? "" : " (" + commands + ")") + ", mean " + value_of(all, "commands.mean_ms") +
             " ms, slowest " + value_of(all, "commands.slowest_ms") + " ms, " +
             value_of(all, "commands.withdrawn") +
             " withdrawn\nreports:   " + (reports.empty() ? "none" : reports) +
+            (unknown == "0" ? "" : "; " + unknown + " unknown lines") +
             "\nlost:      " + (lost.empty() ? "nothing" : lost) +
             "\nrefused:   " + value_of(all, "clients.refused") + " connections, " +
             value_of(all, "requests.refused") + " requests\nmodem was: lost " +

@@ -15,7 +15,7 @@ using std::string;
 
 namespace
 {
-constexpr size_t LONGEST_LINE = 64 * 1024;
+constexpr size_t LONGEST_LINE = size_t{64} * 1024;
 
 volatile std::sig_atomic_t g_interrupted = 0;
 
@@ -106,7 +106,8 @@ optional<string> read_secret(const char *prompt)
 void catch_interrupts()
 {
     struct sigaction action = {};
-    action.sa_handler = note_interrupt; // without SA_RESTART: reads end
+    action.sa_handler = note_interrupt;               // without SA_RESTART: reads end
+    action.sa_flags = static_cast<int>(SA_RESETHAND); // a second one ends the program, whatever it waits for
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
 }

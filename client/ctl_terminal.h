@@ -14,7 +14,8 @@ void keep_standard_streams();
 std::optional<std::string> read_line(const char *prompt);
 std::optional<std::string> read_secret(const char *prompt);
 
-/// From here on Ctrl-C and SIGTERM only say so: interrupted() is true then, and sleeps of the system end.
+/// From here on the first Ctrl-C or SIGTERM only says so: interrupted() is true then, and sleeps of the system end. A
+/// second one ends the program.
 void catch_interrupts();
 bool interrupted();
 

@@ -68,7 +68,11 @@ public:
     /// Sends a text. The exit code.
     int send(const string &text)
     {
-        const modem_answer answer = session_.ask("AT+CUSD=1,\"" + text + "\",15", timeout_);
+        const modem_answer answer = session_.ask_until_interrupt("AT+CUSD=1,\"" + text + "\",15", timeout_);
+        if (interrupted()) {
+            end_session();
+            return EXIT_INTERRUPTED;
+        }
         if (answer.result != VLK_OK)
             return report_failure(answer.result, common_.json);
         if (answer.succeeded())
@@ -77,7 +81,13 @@ public:
         return report_refusal(end.code, end.text, common_.json);
     }
 
-    void end_session() { session_.ask("AT+CUSD=2"); }
+    /// On a connection of its own, which does not wait for what was asked before.
+    void end_session()
+    {
+        ctl_session last;
+        if (last.open(common_) == VLK_OK)
+            last.ask("AT+CUSD=2");
+    }
 
     /// Waits for the network's message. VLK_TIMEOUT also when interrupted.
     int receive(optional<ussd_message> &message)

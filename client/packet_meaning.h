@@ -2,6 +2,7 @@
 #ifndef VLK_PACKET_MEANING_H
 #define VLK_PACKET_MEANING_H
 
+#include <cstring>
 #include <optional>
 #include <string>
 
@@ -9,6 +10,19 @@
 
 #include "modem_answers.h"
 #include "vlk_client.h"
+#include "vlk_reports.h"
+
+/// The record that the event carries; none when it is another event, or its record another one.
+template <typename record>
+std::optional<record> record_of(const vlk_packet &packet, int32_t module, uint32_t code)
+{
+    record told;
+    if (packet.kind != VLK_PACKET_EVENT_DATA || packet.module != module || packet.code != code ||
+        packet.length != sizeof told)
+        return {};
+    std::memcpy(&told, packet.data, sizeof told);
+    return told;
+}
 
 /// Takes what a notification of the radio module tells about the signal into the reading. False: it tells nothing.
 bool take_signal(const vlk_packet &packet, signal_reading &reading);

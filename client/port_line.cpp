@@ -318,6 +318,8 @@ bool port_line::serve_extended(const string &command)
         return end(known.starts_with("+CMUX") ? "ERROR" : "NO CARRIER");
     const bool is_test = known.ends_with("=?");
     const auto [name, tail] = name_and_rest(command);
+    if (name == "+CMGC" && !is_test && in_text_mode())
+        return end(NOT_ALLOWED); // its text is no text, but data of a command
     const bool is_plain_store = name == "+CMGW" && tail.empty() && in_text_mode();
     if (is_plain_store || (!is_test && std::ranges::any_of(PROMPTING, [&](string_view head) {
             return known.starts_with(head);
@@ -452,8 +454,6 @@ void port_line::end_of_text()
         return finish(command.starts_with("+CNMA") ? "OK" : PDU_REFUSED);
     if (command.starts_with("+CNMA"))
         return finish("OK");
-    if (command.starts_with("+CMGC"))
-        return finish(NOT_ALLOWED);
     ask(purpose::SHOW, "AT" + prompting);
     asked->pdu = typed;
 }

@@ -43,7 +43,7 @@ string full_name(const string &link)
     char *real = realpath(folder.c_str(), nullptr);
     if (real == nullptr)
         return {};
-    const string name = string(real) + "/" + link.substr(slash == string::npos ? 0 : slash + 1);
+    string name = string(real) + "/" + link.substr(slash == string::npos ? 0 : slash + 1);
     std::free(real);
     return name;
 }
@@ -156,7 +156,7 @@ string port_pty::make_link()
     if (symlink(path.c_str(), draft.c_str()) != 0)
         return system_text("cannot make " + place.link);
     if (rename(draft.c_str(), place.link.c_str()) != 0) {
-        const string failed = system_text("cannot make " + place.link);
+        string failed = system_text("cannot make " + place.link);
         unlink(draft.c_str());
         return failed;
     }

@@ -85,7 +85,7 @@ bool utf8_of(string_view typed, const string &set, string &utf8)
 /// A message in the program's character set.
 string shown_text(const sms::content &data, const string &set)
 {
-    const string utf8 = sms::text_of(data);
+    string utf8 = sms::text_of(data);
     if (data.coding == sms::alphabet::octets || set == "UTF-8")
         return utf8;
     if (set == "UCS2")
@@ -171,7 +171,7 @@ int announced_octets(string_view head)
 
 port_submission submission_of(string_view command, string_view text, const port_settings &settings)
 {
-    const port_submission refused{"", "", string(INVALID_TEXT_PARAMETER)};
+    port_submission refused{"", "", string(INVALID_TEXT_PARAMETER)};
     const size_t equals = command.find('=');
     const string name(command.substr(0, equals));
     const std::vector<string> values =

@@ -16,7 +16,7 @@ using std::string_view;
 
 namespace
 {
-constexpr off_t MAX_BYTES = 64 * 1024;
+constexpr off_t MAX_BYTES = off_t{64} * 1024;
 constexpr size_t SAME_DIGITS = 7; // a number may come back with another prefix
 
 using file = std::unique_ptr<FILE, decltype(&std::fclose)>;

@@ -19,7 +19,7 @@ using std::string;
 
 namespace
 {
-constexpr size_t MAX_TEXT_BYTES = 64 * 1024; // more than 255 parts hold
+constexpr size_t MAX_TEXT_BYTES = size_t{64} * 1024; // more than 255 parts hold
 
 const char *verb_of(vlk_sms action)
 {
@@ -204,11 +204,10 @@ struct shelf {
         for (const int64_t place : message.places) // one unread part makes the whole unread
             if (place >= 0 && by_index[place]->status < stored->status)
                 stored = by_index[place];
-        if (options.unread && stored->status != sms::mark::unread)
+        if (!printed || (options.unread && stored->status != sms::mark::unread))
             return;
-        printed = (common.json ? print_json(message_json(message, stored))
-                               : print_text(message_text(message, stored))) &&
-                  printed;
+        printed = common.json ? print_json(message_json(message, stored))
+                              : print_text(message_text(message, stored));
     }
     void show_all(const std::vector<sms::message> &messages)
     {
@@ -222,11 +221,10 @@ struct shelf {
         const sms::refusal why = sms::decode_pdu(stored.hex, stored.octets, pdu);
         if (why == nullptr)
             return show_all(joiner.take(pdu, stored.index));
-        if (options.unread && stored.status != sms::mark::unread)
+        if (!printed || (options.unread && stored.status != sms::mark::unread))
             return;
-        printed = (common.json ? print_json(unreadable_json(stored.hex, why, &stored))
-                               : print_text(unreadable_text(stored.hex, why, &stored))) &&
-                  printed;
+        printed = common.json ? print_json(unreadable_json(stored.hex, why, &stored))
+                              : print_text(unreadable_text(stored.hex, why, &stored));
     }
 };
 

@@ -114,7 +114,7 @@ troubles read_one(modem &link, int index, std::optional<stored> &to)
     const string command = "AT+CMGR=" + std::to_string(index);
     for (int tries = 0; tries < 2; tries++) {
         const answer got = link.ask(command, "+CMGR:");
-        const troubles failed = trouble_of(got, command);
+        troubles failed = trouble_of(got, command);
         if (failed && failed->kind == trouble::refused &&
             (failed->result == AT_ERROR || failed->text.starts_with(NO_SUCH_MESSAGE)))
             return std::nullopt;
@@ -126,7 +126,7 @@ troubles read_one(modem &link, int index, std::optional<stored> &to)
                 to = messages.front();
             return std::nullopt;
         }
-        if (const troubles refused = ask_for_pdu_mode(link)) // another program may have left it
+        if (troubles refused = ask_for_pdu_mode(link)) // another program may have left it
             return refused;
     }
     return nonsense(command);
@@ -148,7 +148,7 @@ troubles list_by_index(modem &link, const store_state &state, std::vector<stored
     const int last = known ? state.total : INDEXES_WITHOUT_STATE;
     for (int index = 0; index <= last && (!known || std::ssize(to) < state.used); index++) {
         std::optional<stored> message;
-        if (const troubles failed = read_one(link, index, message))
+        if (troubles failed = read_one(link, index, message))
             return failed;
         if (!message)
             continue;
@@ -212,7 +212,7 @@ troubles ask_state(modem &link, store_state &to)
 {
     to = store_state{};
     const answer got = link.ask("AT+CPMS?", "+CPMS:");
-    if (const troubles failed = trouble_of(got, "AT+CPMS?"))
+    if (troubles failed = trouble_of(got, "AT+CPMS?"))
         return failed;
     string_view text = got.text;
     const size_t begin = text.find("+CPMS:");
@@ -231,21 +231,21 @@ troubles ask_state(modem &link, store_state &to)
 troubles list(modem &link, std::vector<stored> &to)
 {
     to.clear();
-    if (const troubles failed = ask_for_pdu_mode(link))
+    if (troubles failed = ask_for_pdu_mode(link))
         return failed;
     store_state state;
-    const troubles unknown = ask_state(link, state);
+    troubles unknown = ask_state(link, state);
     if (unknown && unknown->kind != trouble::refused && unknown->kind != trouble::nonsense)
         return unknown;
     if (!unknown && state.used > SURE_TO_FIT)
         return list_by_index(link, state, to);
     const answer got = link.ask("AT+CMGL=4", "+CMGL:");
-    if (const troubles failed = trouble_of(got, "AT+CMGL=4"))
+    if (troubles failed = trouble_of(got, "AT+CMGL=4"))
         return failed;
     if (read_stored(got.text, 0, to) && is_complete(got, state, to))
         return std::nullopt;
     const std::vector<stored> listed = std::exchange(to, {});
-    const troubles failed = list_by_index(link, state, to);
+    troubles failed = list_by_index(link, state, to);
     for (stored &message : to)
         message.status = first_mark(listed, message);
     return failed;
@@ -253,10 +253,10 @@ troubles list(modem &link, std::vector<stored> &to)
 
 troubles read(modem &link, int index, stored &to)
 {
-    if (const troubles failed = ask_for_pdu_mode(link))
+    if (troubles failed = ask_for_pdu_mode(link))
         return failed;
     std::optional<stored> message;
-    if (const troubles failed = read_one(link, index, message))
+    if (troubles failed = read_one(link, index, message))
         return failed;
     if (!message)
         return trouble{trouble::missing, 0, "there is no message at " + std::to_string(index)};
@@ -267,7 +267,7 @@ troubles read(modem &link, int index, stored &to)
 troubles remove(modem &link, int index)
 {
     const string command = "AT+CMGD=" + std::to_string(index);
-    const troubles failed = trouble_of(link.ask(command, ""), command);
+    troubles failed = trouble_of(link.ask(command, ""), command);
     if (failed && failed->text.starts_with(NO_SUCH_MESSAGE))
         return trouble{trouble::missing, 0, "there is no message at " + std::to_string(index)};
     return failed;
@@ -279,7 +279,7 @@ troubles remove_read(modem &link, int &count)
     store_state before;
     store_state after;
     const bool counted = !ask_state(link, before);
-    if (const troubles failed = trouble_of(link.ask("AT+CMGD=1,1", ""), "AT+CMGD=1,1"))
+    if (troubles failed = trouble_of(link.ask("AT+CMGD=1,1", ""), "AT+CMGD=1,1"))
         return failed;
     if (counted && !ask_state(link, after))
         count = std::max(before.used - after.used, 0);
@@ -290,7 +290,7 @@ troubles put(modem &link, vlk_sms action, const string &pdu, int &reference)
 {
     const string command = action == VLK_SMS_SEND ? "AT+CMGS" : "AT+CMGW";
     reference = -1;
-    if (const troubles failed = ask_for_pdu_mode(link))
+    if (troubles failed = ask_for_pdu_mode(link))
         return failed;
     const answer got = link.write(action, pdu);
     troubles failed = trouble_of(got, command);

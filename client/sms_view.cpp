@@ -1,6 +1,7 @@
 #include "sms_view.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <langinfo.h>
 #include <unistd.h>
 
+#include "ctl_output.h"
 #include "sent_log.h"
 
 using nlohmann::ordered_json;
@@ -241,6 +243,9 @@ ordered_json broadcast_json(const sms::broadcast &page)
 
 bool print_text(string_view text)
 {
-    return std::fwrite(text.data(), 1, text.size(), stdout) == text.size() &&
-           std::fputc('\n', stdout) != EOF && std::fflush(stdout) == 0;
+    if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fputc('\n', stdout) != EOF &&
+        std::fflush(stdout) == 0)
+        return true;
+    print_error(string("cannot write to standard output: ") + std::strerror(errno));
+    return false;
 }

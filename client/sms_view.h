@@ -27,7 +27,8 @@ nlohmann::ordered_json unreadable_json(std::string_view pdu, const char *why, co
 std::string broadcast_text(const sms::broadcast &page);
 nlohmann::ordered_json broadcast_json(const sms::broadcast &page);
 
-/// Writes to standard output at once what visible_text has made safe. False: nobody can read it any more.
+/// Writes to standard output at once what visible_text has made safe. False, and told on
+/// standard error: nobody can read it any more.
 bool print_text(std::string_view text);
 
 #endif

@@ -9,48 +9,25 @@
 #include <unistd.h>
 
 #include "ctl_output.h"
+#include "packet_meaning.h"
 #include "sms_commands.h"
 #include "sms_link.h"
 #include "sms_view.h"
 
 using std::string;
-using std::string_view;
 
 namespace
 {
 constexpr int32_t SUBSCRIBE_LIMIT_MS = 5000;
-constexpr int32_t SMS_MODULE = 1;
-constexpr uint32_t ARRIVED = 1008;
-constexpr uint32_t MEMORY_FULL = 1001;
 constexpr auto PART_PATIENCE = std::chrono::minutes(5);
-
-/// What a report of an arrival tells, in the order of its number.
-enum report_id : uint32_t {
-    STORED = 0,
-    DELIVERED = 1,
-    STATUS_STORED = 2,
-    STATUS_DELIVERED = 3,
-    BROADCAST = 4
-};
-
-constexpr size_t STORED_BYTES = 24;     // number, text[16] memory, i32 index
-constexpr size_t DELIVERED_BYTES = 518; // number, u16 octets, text[512] PDU
 
 using clock_type = std::chrono::steady_clock;
 using hub_handle = std::unique_ptr<vlk_hub, decltype(&vlk_hub_close)>;
 
-template <typename number>
-number read_at(string_view bytes, size_t at)
+template <size_t size>
+string text_of(const char (&bytes)[size])
 {
-    number value;
-    std::memcpy(&value, bytes.data() + at, sizeof value);
-    return value;
-}
-
-string text_at(string_view bytes, size_t at)
-{
-    const string_view text = bytes.substr(at);
-    return string(text.substr(0, text.find('\0')));
+    return string(bytes, strnlen(bytes, size));
 }
 
 class watcher
@@ -65,17 +42,14 @@ public:
     {
         if (packet.missed > 0)
             print_error(std::to_string(packet.missed) + " events were missed: see vlkctl sms list");
-        if (packet.code == MEMORY_FULL)
+        if (packet.code == VLK_EVT_SMS_MEMORY_FULL)
             print_error("the modem's memory is full: it takes no further message until some are deleted");
-        if (packet.kind != VLK_PACKET_EVENT_DATA || packet.code != ARRIVED ||
-            packet.length < sizeof(uint32_t))
-            return;
-        const string_view bytes(static_cast<const char *>(packet.data), packet.length);
-        const auto id = read_at<uint32_t>(bytes, 0);
-        if ((id == STORED || id == STATUS_STORED) && bytes.size() == STORED_BYTES)
-            read_stored(text_at(bytes.substr(0, 20), 4), read_at<int32_t>(bytes, 20));
-        else if (id <= BROADCAST && bytes.size() == DELIVERED_BYTES)
-            take_pdu(id, text_at(bytes, 6), read_at<uint16_t>(bytes, 4));
+        const auto index = record_of<vlk_sms_index>(packet, VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED);
+        const auto content = record_of<vlk_sms_content>(packet, VLK_MODULE_SMS, VLK_EVT_SMS_ARRIVED);
+        if (index && (index->report_id == VLK_REPORT_CMTI || index->report_id == VLK_REPORT_CDSI))
+            read_stored(text_of(index->mem), index->index);
+        else if (content && content->report_id <= VLK_REPORT_CBM)
+            take_pdu(content->report_id, text_of(content->pdu), content->length);
     }
 
     /// Shows the parts whose others have not come for long.
@@ -95,7 +69,7 @@ private:
     {
         if (pdu.empty())
             return print_error("a message came without its text: the modem left it out, or it was too long");
-        if (id == BROADCAST)
+        if (id == VLK_REPORT_CBM)
             return take_broadcast(pdu);
         take_message(pdu, octets, nullptr);
     }
@@ -204,7 +178,7 @@ int run_sms_watch(const common_options &common, const sms_options &options)
     int result = vlk_hub_open(&opened, &place);
     const hub_handle hub(opened, vlk_hub_close);
     if (result == VLK_OK)
-        result = vlk_hub_take_module(hub.get(), SMS_MODULE, SUBSCRIBE_LIMIT_MS);
+        result = vlk_hub_take_module(hub.get(), VLK_MODULE_SMS, SUBSCRIBE_LIMIT_MS);
     if (result != VLK_OK)
         return report_failure(result, common.json);
 

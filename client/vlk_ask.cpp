@@ -6,9 +6,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "answer_text.h"
 #include "at_question.h"
+#include "futex_word.h"
 #include "last_error.h"
 #include "vlk_client.h"
 
@@ -17,14 +20,13 @@ using std::string_view;
 
 namespace
 {
-constexpr size_t HEAD_OF_ENTRY = 32; // bytes of a phone book line beside number and name
+constexpr size_t HEAD_OF_ENTRY = 32;     // bytes of a phone book line beside number and name
+constexpr size_t LONGEST_ANSWER = 30000; // bytes that the daemon certainly keeps together
 
 struct asker {
     vlk_client *client;
     int32_t timeout;
-    int32_t limit_ms;
-    vlk_line_function *take_line;
-    void *context;
+    int64_t deadline;
 };
 
 bool succeeded(const at_answer &answer)
@@ -41,37 +43,11 @@ int ask_once(const asker &how, const at_question &question, const string &comman
             vlk_fill_command(&record, command.c_str(), question.expected.c_str(),
                              raw ? VLK_RAW : VLK_MULTI_LINE, seconds_for(question, how.timeout)))
         return failed;
-    if (const int failed = vlk_exchange(how.client, &record, &record, how.limit_ms))
+    if (const int failed = begin_answer(how.client, record))
         return failed;
-    answer = read_answer(question, record);
-    return VLK_OK;
-}
-
-size_t count_expected(const at_question &question, const std::vector<string> &lines)
-{
-    return static_cast<size_t>(std::ranges::count_if(
-        lines, [&](const string &line) { return line.starts_with(question.expected); }));
-}
-
-/// Multi-line collection forgets a list that grows too long and runs lines without the prefix together; raw collection
-/// takes lines that hold a report's name for reports. What the two have in common tells which of them is whole.
-int check_list(const asker &how, const at_question &question, const string &command, at_answer &answer)
-{
-    const size_t expected = count_expected(question, answer.lines);
-    if (!succeeded(answer) || (expected == 1 && answer.lines.size() == 1))
-        return VLK_OK;
-    at_question raw = question;
-    raw.expected.clear();
-    at_answer second;
-    if (const int failed = ask_once(how, raw, command, second))
+    if (const int failed = vlk_exchange(how.client, &record, &record, poll_time(how.deadline)))
         return failed;
-    if (!succeeded(second))
-        return VLK_OK;
-    const bool forgotten = count_expected(question, second.lines) > expected;
-    if (!second.cut && !forgotten && second.lines.size() <= answer.lines.size())
-        return VLK_OK;
-    second.cut = second.cut || forgotten;
-    answer = std::move(second);
+    answer = take_answer(how.client, question, record);
     return VLK_OK;
 }
 
@@ -114,7 +90,7 @@ int entries_at_once(const asker &how)
         return CAUTIOUS;
     const size_t longest =
         HEAD_OF_ENTRY + static_cast<size_t>(numbers[2]) + 4 * static_cast<size_t>(numbers[3]);
-    return static_cast<int>(std::max<size_t>(1, (MAX_ATCMD_REPORT_SIZE - 1) / longest));
+    return static_cast<int>(std::max<size_t>(1, LONGEST_ANSWER / longest));
 }
 
 bool is_not_found(const at_answer &answer)
@@ -200,40 +176,35 @@ int read_on(const asker &how, at_answer &answer)
     return VLK_OK;
 }
 
-/// PDU mode: one line a message, so raw collection shows where the list was cut.
-int ask_message_list(const asker &how, at_question question, const string &command, at_answer &answer)
+/// The range of a phone book that is to be read, when it has more than one entry.
+std::optional<std::pair<int, int>> range_of(const at_question &question)
 {
-    const at_question by_lines = question;
-    question.expected.clear();
-    if (const int failed = ask_once(how, question, command, answer))
-        return failed;
-    const size_t heads = count_expected(by_lines, answer.lines);
-    const bool everything = is_list_of_everything(question.parameters);
-    if (!answer.cut && !by_lines.expected.empty() && everything && answer.lines.size() != 2 * heads)
-        return ask_once(how, by_lines, command,
-                        answer); // a head with a report's name in it was taken for one
-    if (answer.cut && everything)
-        return read_on(how, answer);
-    return VLK_OK;
+    const string_view parameters = question.parameters;
+    const size_t comma = parameters.find(',');
+    if (comma == string_view::npos)
+        return {};
+    const std::optional<int> first = number_of(parameters.substr(0, comma));
+    const std::optional<int> last = number_of(parameters.substr(comma + 1));
+    if (!first || !last || *first < 0 || *last <= *first || *last >= 100000)
+        return {};
+    return std::pair(*first, *last);
 }
 
+/// Asks as it is, and again in pieces for what turns out to be too long.
 int ask_command(const asker &how, const string &command, at_answer &answer)
 {
     const at_question question = question_of(command);
-    if (question.name == "+CPBR" && question.form == AT_SET) {
-        const size_t comma = question.parameters.find(',');
-        const std::optional<int> first = number_of(string_view(question.parameters).substr(0, comma));
-        const std::optional<int> last = comma == string::npos
-                                            ? std::nullopt
-                                            : number_of(string_view(question.parameters).substr(comma + 1));
-        if (first && last && *last > *first && *first >= 0 && *last < 100000)
-            return ask_phone_book(how, question, *first, *last, answer);
-    }
-    if (question.name == "+CMGL" && question.form == AT_SET)
-        return ask_message_list(how, question, command, answer);
     if (const int failed = ask_once(how, question, command, answer))
         return failed;
-    return question.is_a_list ? check_list(how, question, command, answer) : VLK_OK;
+    if (!answer.cut || answer.ended_by_text || question.form != AT_SET)
+        return VLK_OK;
+    if (question.name == "+CPBR")
+        if (const auto range = range_of(question)) {
+            answer = {};
+            return ask_phone_book(how, question, range->first, range->second, answer);
+        }
+    return question.name == "+CMGL" && is_list_of_everything(question.parameters) ? read_on(how, answer)
+                                                                                  : VLK_OK;
 }
 } // namespace
 
@@ -253,7 +224,7 @@ int vlk_ask(vlk_client *client, const char *command, int32_t timeout, int32_t li
     if (client == nullptr || command == nullptr || take_line == nullptr || answer == nullptr)
         return fail(VLK_INVALID, "no client, no command, or no place for the answer");
     *answer = {};
-    const asker how = {client, timeout, limit_ms, take_line, context};
+    const asker how = {client, timeout, deadline_after(limit_ms)};
     for (const string &one : split_commands(command)) {
         at_answer part;
         if (const int failed = ask_command(how, one, part))
@@ -261,7 +232,8 @@ int vlk_ask(vlk_client *client, const char *command, int32_t timeout, int32_t li
         for (const string &line : part.lines)
             take_line(context, line.c_str());
         answer->ret_val = part.code;
-        answer->cut = answer->cut != 0 || part.cut ? 1 : 0;
+        if (part.cut && answer->cut == VLK_WHOLE)
+            answer->cut = part.ended_by_text ? VLK_ENDED_BY_TEXT : VLK_TOO_LONG;
         const string_view final_result = part.final_result;
         std::memset(answer->final_result, 0, sizeof answer->final_result);
         final_result.copy(answer->final_result, sizeof answer->final_result - 1);

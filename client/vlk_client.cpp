@@ -16,6 +16,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "answer_text.h"
 #include "daemon_place.h"
 #include "futex_word.h"
 #include "last_error.h"
@@ -48,6 +49,7 @@ struct vlk_client {
     bool modem_seen = false;  // ready, since the connection was made
     bool holds = false;       // a reply that came before the one that was waited for
     at_cmd_msg held{};
+    hub_handle answers{nullptr, vlk_hub_close}; // takes the answers to its commands
 
     ~vlk_client() { disconnect(); }
 
@@ -246,6 +248,30 @@ void vlk_close(vlk_client *client)
 int vlk_client_fd(const vlk_client *client)
 {
     return client == nullptr ? -1 : client->fd;
+}
+
+int open_answers_hub(vlk_client *client, vlk_hub **hub)
+{
+    constexpr int32_t LIMIT_MS = 5000;
+    *hub = client->answers.get();
+    if (*hub != nullptr)
+        return VLK_OK;
+    const vlk_place place{client->paths.folder};
+    vlk_hub *opened = nullptr;
+    int result = vlk_hub_open(&opened, &place);
+    hub_handle answers(opened, vlk_hub_close);
+    if (result == VLK_OK)
+        result = vlk_hub_take_answers(opened, LIMIT_MS);
+    if (result != VLK_OK)
+        return result;
+    client->answers = std::move(answers);
+    *hub = opened;
+    return VLK_OK;
+}
+
+void drop_answers_hub(vlk_client *client)
+{
+    client->answers.reset();
 }
 
 int vlk_wait_modem(vlk_client *client, int32_t limit_ms)

@@ -162,16 +162,24 @@ int vlk_fill_query(struct at_cmd_msg *record, const char *command, int32_t timeo
 /// Takes one line of an answer, terminated, without line end; valid during the call.
 typedef void vlk_line_function(void *context, const char *line);
 
+enum vlk_cut {
+    VLK_WHOLE = 0,
+    VLK_TOO_LONG = 1, /* lines are missing: the answer had more than 32 KiB, or nobody read it in time */
+    VLK_ENDED_BY_TEXT =
+        2 /* a line of text that begins like a final result ended it for the daemon; that line is the
+                             last one, and what came behind it is missing */
+};
+
 struct vlk_answer {
     int32_t ret_val;        /* final result code of the last command that was sent */
-    int cut;                /* 1: the answer was too long, its end is missing */
+    int cut;                /* vlk_cut */
     char final_result[128]; /* its line, with the cause where the modem tells one: "OK", "+CME ERROR: 10" */
 };
 
 /// Asks a command line, which may hold several commands joined by ;, one request each until one fails, and hands out
-/// the lines of the answers in order. Long lists are asked for in pieces where the modem can do that, and lists that
-/// may be incomplete are asked for twice. timeout: seconds that the modem is given for each request (a network list:
-/// at least 240); limit_ms: for each request, too; as it is. Lines may have been handed out also when it fails.
+/// the lines of the answers in order, up to 32 KiB of each command; longer lists are asked for in pieces where the
+/// modem can do that. timeout: seconds that the modem is given for each request (a network list:
+/// at least 240). Lines may have been handed out also when it fails.
 int vlk_ask(struct vlk_client *client, const char *command, int32_t timeout, int32_t limit_ms,
             vlk_line_function *take_line, void *context, struct vlk_answer *answer);
 
@@ -183,8 +191,16 @@ enum vlk_packet_kind {
     VLK_PACKET_BUS = 3,        /* name = destination, code = message type, data */
     VLK_PACKET_SYNC_REPLY =
         4, /* module, code = message, value1 = result of the handler, 0 for success, data */
+    VLK_PACKET_ANSWER =
+        8, /* code, value1 = seq and Id of a request of this process; value2 = vlk_answer_flags;
+                              data = text of the modem as it came, without a terminator */
     VLK_PACKET_LINE =
         7 /* data = an unsolicited line of the modem, without its line end and without a terminator */
+};
+
+enum vlk_answer_flags {
+    VLK_ANSWER_OWN = 1, /* the command's answer; without it, reports that came meanwhile */
+    VLK_ANSWER_CUT = 2  /* lines of the answer before this text were dropped: there were more than 32 KiB */
 };
 
 struct vlk_packet {
@@ -215,6 +231,10 @@ int vlk_hub_take_all(struct vlk_hub *hub, int32_t limit_ms);
 /// Asks for the modem's unsolicited lines as they are, beside the events that the daemon makes of them. All of the
 /// above does not include them. A report of two lines has CR LF between them.
 int vlk_hub_take_lines(struct vlk_hub *hub, int32_t limit_ms);
+
+/// Asks for what the modem says while commands of this process run, the final result included, which a record cannot
+/// hold in full. All of it has come when the reply is there. All of the above does not include it.
+int vlk_hub_take_answers(struct vlk_hub *hub, int32_t limit_ms);
 
 /// The next packet, in the order in which the daemon sent them. VLK_NOT_RUNNING when the daemon has gone.
 int vlk_hub_receive(struct vlk_hub *hub, struct vlk_packet *packet, int32_t limit_ms);

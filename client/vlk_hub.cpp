@@ -20,7 +20,10 @@ static_assert(uint32_t{VLK_PACKET_EVENT} == HOST_EVENT &&
               uint32_t{VLK_PACKET_EVENT_DATA} == HOST_EVENT_DATA &&
               uint32_t{VLK_PACKET_BUS} == HOST_BUS_MESSAGE &&
               uint32_t{VLK_PACKET_SYNC_REPLY} == HOST_SYNC_REPLY &&
-              uint32_t{VLK_PACKET_LINE} == HOST_REPORT_LINE && sizeof(vlk_packet::name) == HOST_NAME_SIZE);
+              uint32_t{VLK_PACKET_LINE} == HOST_REPORT_LINE &&
+              uint32_t{VLK_PACKET_ANSWER} == HOST_ANSWER_TEXT &&
+              int{VLK_ANSWER_OWN} == int{HOST_ANSWER_OWN} && int{VLK_ANSWER_CUT} == int{HOST_ANSWER_CUT} &&
+              sizeof(vlk_packet::name) == HOST_NAME_SIZE);
 
 namespace
 {
@@ -219,6 +222,11 @@ int vlk_hub_take_all(vlk_hub *hub, int32_t limit_ms)
 int vlk_hub_take_lines(vlk_hub *hub, int32_t limit_ms)
 {
     return subscribe(hub, HOST_TAKE_LINES, 0, "", limit_ms);
+}
+
+int vlk_hub_take_answers(vlk_hub *hub, int32_t limit_ms)
+{
+    return subscribe(hub, HOST_TAKE_ANSWERS, 0, "", limit_ms);
 }
 
 int vlk_hub_receive(vlk_hub *hub, vlk_packet *packet, int32_t limit_ms)

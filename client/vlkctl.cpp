@@ -37,7 +37,7 @@ constexpr const char *EXIT_CODES = R"(Exit codes:
   5  permission denied, the message says which group to join
   6  anything else
   7  the modem is not there; nothing was sent
-  8  the answer was cut: it is too long for the daemon
+  8  lines of the answer are missing, shown on standard error
   130  Ctrl-C
 
 Response text goes to standard output. With --json every command prints one object
@@ -81,7 +81,8 @@ void add_limits(command_line &line, CLI::App *command)
     command
         ->add_option(
             "--wait", line.limits.wait,
-            "seconds to wait for everything; by default the timeout and 30 more for requests of others")
+            "seconds to wait for everything, all commands of the line together; by default the timeout of "
+            "each and 30 more for requests of others")
         ->check(check_seconds);
     command
         ->add_option(

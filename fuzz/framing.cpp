@@ -1,5 +1,5 @@
 // The AT proxy's framing, and the AT link around it. Input: options; the modem's bytes; 0xFE stands for silence, 0xFD
-// for another modem, and behind the link 0xFC to 0xF8 for what the daemon and its clients do.
+// for another modem, and behind the link 0xFC to 0xF7 for what the daemon and its clients do.
 #include <string>
 #include <vector>
 
@@ -75,6 +75,7 @@ recorder run(std::string_view bytes, uint8_t options, std::size_t longest, uint3
             framing.reset();
         bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 1));
     }
+    framing.feed("\r\n", now++); // the rest of an open line is waited for
     pass_silence();
     return sink;
 }
@@ -114,7 +115,7 @@ void run_link(std::string_view bytes)
     link.opened(now);
     while (!bytes.empty()) {
         const std::string piece(
-            bytes.substr(0, std::min(bytes.find_first_of("\xFE\xFD\xFC\xFB\xFA\xF9\xF8"), AT_FEED_MAX)));
+            bytes.substr(0, std::min(bytes.find_first_of("\xFE\xFD\xFC\xFB\xFA\xF9\xF8\xF7"), AT_FEED_MAX)));
         bytes.remove_prefix(piece.size());
         results.prompts += static_cast<std::size_t>(std::ranges::count(piece, '>'));
         const std::size_t before = results.written;
@@ -150,6 +151,10 @@ void run_link(std::string_view bytes)
         case 0xF8:
             if (link.send("ATZ\r", {++request, 2000, false}, now) == at_sent::WRITE)
                 link.unsent();
+            break;
+        case 0xF7:
+            require(link.send("AT+CMGC=2\r00\x1a\r", {++request, 2000, false}, now) != at_sent::WRITE,
+                    "a line and its message are never written in one");
             break;
         default:
             break;

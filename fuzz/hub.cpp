@@ -9,23 +9,9 @@
 
 #include <sys/un.h>
 
+#include "door_stand_in.h"
 #include "fuzz.h"
-#include "host_start.h"
 #include "vlk_client.h"
-
-extern host_config host_settings_as_read;
-
-/// In place of the host layer's: there is no door.
-static int opened_slot = -1;
-int door_open(const door_service &)
-{
-    return 0;
-}
-int door_watch(const door_service &, int, int slot)
-{
-    opened_slot = slot;
-    return 0;
-}
 
 namespace
 {
@@ -148,8 +134,8 @@ bool note_subscription(service &who, const host_packet &header)
     asked.kind = header.value1 == HOST_TAKE_NAME ? HOST_BUS_MESSAGE : HOST_EVENT;
     if (header.value1 == HOST_TAKE_ALL)
         who.takes_all = true;
-    else if (header.value1 == HOST_TAKE_LINES)
-        return true; // no lines are posted here
+    else if (header.value1 == HOST_TAKE_LINES || header.value1 == HOST_TAKE_ANSWERS)
+        return true; // none of them are posted here
     else if (!who.takes(asked) && header.value1 == HOST_TAKE_NAME)
         who.names.insert(header.name);
     else if (!who.takes(asked))
@@ -166,7 +152,7 @@ bool is_welcome(service &who, const step &now)
     if (header.kind != HOST_SUBSCRIBE)
         return header.kind == HOST_BUS_SEND || header.kind == HOST_SYNC_REQUEST ||
                header.kind == HOST_ASK_STATUS;
-    return header.value1 >= HOST_TAKE_MODULE && header.value1 <= HOST_TAKE_LINES &&
+    return header.value1 >= HOST_TAKE_MODULE && header.value1 <= HOST_TAKE_ANSWERS &&
            note_subscription(who, header);
 }
 

@@ -94,4 +94,13 @@
 inline constexpr std::string_view VLK_REPORT_PREFIXES[] = {VLK_REPORT_ROWS_IN_ORDER(VLK_REPORT_NAME)};
 #undef VLK_REPORT_NAME
 
+/// Whether the text holds the name of one of them, wherever it stands.
+constexpr bool vlk_holds_report_name(std::string_view text)
+{
+    for (const std::string_view name : VLK_REPORT_PREFIXES)
+        if (text.find(name) != text.npos)
+            return true;
+    return false;
+}
+
 #endif

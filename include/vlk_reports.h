@@ -259,13 +259,7 @@ VLK_RECORD_SIZE(vlk_cerssi, 84);
 
 /* ^CERSSI, and the head of vlk_cserssi. */
 struct vlk_signal_levels {
-    int32_t rssi;
-    int32_t rscp;
-    int32_t ecio;
-    int32_t rsrp;
-    int32_t rsrq;
-    int32_t rssnr;
-    int32_t ri;
+    int32_t rssi, rscp, ecio, rsrp, rsrq, rssnr, ri; /* as in vlk_cerssi */
 };
 VLK_RECORD_SIZE(vlk_signal_levels, 28);
 

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <string>
@@ -36,6 +37,29 @@ inline bool wait_until(const std::function<bool()> &condition, int64_t limit_ms 
     return true;
 }
 
+/// Whether the process, or the thread with that number, sleeps in the kernel, as one that waits does.
+inline bool is_asleep(pid_t id)
+{
+    std::ifstream file("/proc/" + std::to_string(id) + "/status"); // the emulator makes up its own .../stat
+    for (std::string line; std::getline(file, line);)
+        if (line.starts_with("State:\tS"))
+            return true;
+    return false;
+}
+
+/// Becomes the program, in a child: never returns.
+[[noreturn]] inline void become(std::vector<std::string> arguments, const environment &extra)
+{
+    for (const auto &[name, value] : extra)
+        setenv(name.c_str(), value.c_str(), 1);
+    std::vector<char *> argv;
+    for (std::string &argument : arguments)
+        argv.push_back(argument.data());
+    argv.push_back(nullptr);
+    execv(argv[0], argv.data());
+    _exit(127);
+}
+
 class process
 {
 public:
@@ -48,14 +72,7 @@ public:
             dup2(input_ends[0], STDIN_FILENO);
             dup2(output.file, STDOUT_FILENO);
             dup2(error.file, STDERR_FILENO);
-            for (const auto &[name, value] : extra)
-                setenv(name.c_str(), value.c_str(), 1);
-            std::vector<char *> argv;
-            for (std::string &argument : arguments)
-                argv.push_back(argument.data());
-            argv.push_back(nullptr);
-            execv(argv[0], argv.data());
-            _exit(127);
+            become(std::move(arguments), extra);
         }
         close(input_ends[0]);
         input = input_ends[1];

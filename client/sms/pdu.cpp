@@ -225,20 +225,16 @@ void read_coding(uint8_t scheme, content &to)
 {
     const unsigned group = scheme >> 4;
     const bool general = group < 8; // with or without deletion by the network
-    to.coding = alphabet::gsm7;
-    if (general && (scheme & 0x0C) == 0x04)
+    const unsigned coding = general ? scheme & 0x0CU : 0;
+    to.compressed = general && (scheme & 0x20) != 0;
+    if (to.compressed || coding == 0x04 || (group == 0xF && (scheme & 0x04) != 0))
         to.coding = alphabet::octets;
-    else if (general && (scheme & 0x0C) == 0x08)
+    else if (coding == 0x08 || group == 0xE)
         to.coding = alphabet::ucs2;
-    else if (group == 0xE)
-        to.coding = alphabet::ucs2;
-    else if (group == 0xF && (scheme & 0x04) != 0)
-        to.coding = alphabet::octets;
+    else
+        to.coding = alphabet::gsm7;
     if ((general && (scheme & 0x10) != 0) || group == 0xF)
         to.message_class = scheme & 3;
-    to.compressed = general && (scheme & 0x20) != 0;
-    if (to.compressed)
-        to.coding = alphabet::octets;
 }
 
 uint8_t scheme_of(const content &from)

@@ -238,9 +238,9 @@ int at_device_open(at_device &device, const char *path, const at_line_settings &
 
 void at_device_close(at_device &device)
 {
+    uucp_lock_release(device.lock); // first: a closed terminal's name may be another's at once
     if (device.fd >= 0)
         close(device.fd);
-    uucp_lock_release(device.lock);
     device = {};
 }
 
@@ -262,7 +262,8 @@ ssize_t at_device_read(const at_device &device, std::span<char> buffer)
     return nothing_yet ? 0 : -1;
 }
 
-at_write at_device_write(const at_device &device, std::span<const char> bytes, int limit_ms)
+at_write at_device_write(const at_device &device, std::span<const char> bytes, int limit_ms,
+                         void (*before_wait)())
 {
     int64_t end = -1; // asked for only when the device does not take it all at once
     const size_t whole = bytes.size();
@@ -274,6 +275,8 @@ at_write at_device_write(const at_device &device, std::span<const char> bytes, i
         }
         if (count < 0 && errno != EAGAIN && errno != EINTR)
             return at_write::BROKEN;
+        if (before_wait != nullptr)
+            before_wait();
         const int64_t now = monotonic_ms();
         end = end < 0 ? now + limit_ms : end;
         const int64_t left = end - now;

@@ -45,7 +45,9 @@ void at_device_hang_up(const at_device &device);
 /// Reads what is there, without waiting. Bytes read, 0 when there are none now, -1 when the device is gone.
 ssize_t at_device_read(const at_device &device, std::span<char> buffer);
 
-/// Writes all of bytes within limit_ms milliseconds.
-at_write at_device_write(const at_device &device, std::span<const char> bytes, int limit_ms);
+/// Writes all of bytes within limit_ms milliseconds. before_wait, which may be missing, is called each time before it
+/// waits for the device to take more.
+at_write at_device_write(const at_device &device, std::span<const char> bytes, int limit_ms,
+                         void (*before_wait)() = nullptr);
 
 #endif

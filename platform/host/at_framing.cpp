@@ -61,15 +61,30 @@ bool at_framing::has_open_line() const
     return count > 0 && !only_cr;
 }
 
+/// A line in the middle of which the modem pauses. A bare "OK" may be all that one with other line ends says.
+bool at_framing::is_inside_line() const
+{
+    const std::string_view text(line.data(), count);
+    return waiting == unit::LINE && !text.ends_with('\r') &&
+           std::ranges::none_of(AT_FINAL_RESULTS, [text](const at_final_result &row) {
+               return row.text[0] != '+' && text == row.text;
+           });
+}
+
 int64_t at_framing::due() const
 {
-    return has_open_line() ? last_byte_ms + AT_SILENCE_MS : -1;
+    return has_open_line() && !is_inside_line() ? last_byte_ms + AT_SILENCE_MS : -1;
 }
 
 void at_framing::tick(int64_t now_ms)
 {
-    if (due() >= 0 && now_ms >= due())
-        give_up_unit();
+    while (due() >= 0 &&
+           now_ms >= due()) { // a header that is complete now waits for what follows it, in vain
+        if (line[count - 1] == '\r')
+            complete_line_end();
+        else
+            give_up_unit();
+    }
 }
 
 void at_framing::reset()

@@ -16,8 +16,9 @@
 /// Longest unit in bytes: what one record of the modem-data queue takes.
 inline constexpr std::size_t AT_DELIVERY_MAX = 1499;
 
-/// An unfinished line is handed on after this many milliseconds without a byte. Longer than a loaded USB modem or
-/// machine pauses inside a line, shorter than a person or a command's time limit (whole seconds) would notice.
+/// What ends without a line end has ended after this many milliseconds without a byte: a CR without its LF, a bare
+/// final result, a header whose second line does not come. The rest of any other line is waited for. Longer than a
+/// loaded USB modem or machine pauses, shorter than a person or a command's time limit (whole seconds) would notice.
 inline constexpr int64_t AT_SILENCE_MS = 300;
 
 /// What the modem ends its lines with. ANY: not known yet, whichever comes.
@@ -45,7 +46,7 @@ struct at_unit {
 class at_framing_sink
 {
 public:
-    /// False: it goes no further, as if an empty line stood there.
+    /// False: the unit is dropped, as if an empty line stood there.
     virtual bool take(const at_unit &unit) = 0;
 
     /// Asked before a line's first character decides how it goes on. True: it is an echo, no header of anything.
@@ -67,7 +68,7 @@ public:
     /// on when it returns.
     void feed(std::string_view bytes, int64_t now_ms);
 
-    /// Hands on the unfinished line when it is due.
+    /// Hands on what is open when it is due.
     void tick(int64_t now_ms);
 
     /// Time at which tick has something to do, -1 for none.
@@ -93,6 +94,7 @@ private:
     };
 
     bool has_open_line() const;
+    bool is_inside_line() const;
     void take(char c);
     bool take_at_line_start(char c);
     bool ends_line(char c) const;

@@ -5,6 +5,7 @@
 
 #include "at_request.h"
 #include "at_words.h"
+#include "vlk_report_prefixes.h"
 
 namespace
 {
@@ -60,11 +61,31 @@ bool may_be_report(std::string_view line)
            line.find("^CARDLOCKNTY:") != line.npos;
 }
 
+/// Whether it begins with the name of a report that the daemon has a row for.
+bool begins_known_report(std::string_view line)
+{
+    return std::ranges::any_of(VLK_REPORT_PREFIXES,
+                               [line](std::string_view prefix) { return line.starts_with(prefix); });
+}
+
 /// Whether the line names the command, as its answer does. ATI's +GCAP is the known one that does not.
 bool names(std::string_view line, std::string_view command)
 {
     const std::string_view name = line.substr(0, line.find(':'));
     return name.size() >= 2 && (at_mentions(command, name) || name == "+GCAP");
+}
+
+/// Whether the line is part of the command's answer although it looks like a report: it names the command, or it is
+/// the name of another one in the list of commands, or text of a message that has a word of a report inside.
+bool answers(std::string_view line, std::string_view command)
+{
+    const bool begins_report = line.starts_with('+') || line.starts_with('^');
+    if (begins_report && line.find(':') == line.npos && at_mentions(command, "+CLAC"))
+        return true;
+    if (!begins_report && !line.starts_with("RING") &&
+        (at_mentions(command, "+CMGL") || at_mentions(command, "+CMGR")))
+        return true;
+    return names(line, command);
 }
 
 bool is_restart(std::string_view line)
@@ -151,9 +172,31 @@ at_sent at_link::send(std::string_view text, const at_asker &asker, int64_t now_
             give_up();
         return at_sent::HELD;
     }
+    if (at_holds_message(text))
+        return send_exchange(text, asker);
     if (text.ends_with(MESSAGE_END))
         return send_message(text);
     return send_line(text, asker);
+}
+
+/// The message waits for its prompt, which the daemon does not see.
+at_sent at_link::send_exchange(std::string_view text, const at_asker &asker)
+{
+    const std::size_t end = text.find('\r');
+    const std::string_view line = text.substr(0, end + 1);
+    const std::string_view its_message = text.substr(end + 1);
+    if (its_message.size() > AT_LINE_MAX ||
+        at_message_fault(text.substr(0, end), without(its_message, "\r")) != nullptr)
+        return at_sent::REFUSED;
+    const at_sent sent = send_line(line, asker);
+    if (sent == at_sent::REFUSED)
+        return sent;
+    message.keep(its_message);
+    if (sent == at_sent::WRITE) {
+        prompting = true;
+        port.write(line);
+    }
+    return at_sent::HELD;
 }
 
 at_sent at_link::send_line(std::string_view line, const at_asker &asker)
@@ -233,7 +276,7 @@ void at_link::start(std::string_view line, uint32_t asker)
     command.keep(line);
     request = asker;
     prompting = at_asks_for_prompt(line);
-    stopped = false;
+    stopped = lines_lost = false;
     echo_due = true;
     settings_rounds = 0;
     message.count = 0;
@@ -339,29 +382,12 @@ bool at_link::take_whole(const at_unit &unit)
     return false;
 }
 
-/// The rest of a line goes where its start went. One that is kept may turn out to be a final result.
+/// The rest of a line that does not fit in one unit goes where its start went.
 bool at_link::take_continued(const at_unit &unit)
 {
     if (!keeps_open)
         return false;
-    const unsigned head = static_cast<unsigned char>(answer[open_unit]) * 256U +
-                          static_cast<unsigned char>(answer[open_unit + 1]);
-    const std::size_t length = (head & LENGTH_BITS) + unit.text.size();
-    if (length > AT_DELIVERY_MAX || answer_count + unit.text.size() > answer.size()) {
-        keep_answer(unit);
-        return true;
-    }
-    answer_count += unit.text.copy(&answer[answer_count], unit.text.size());
-    const unsigned grown = (head & ~LENGTH_BITS) | static_cast<unsigned>(length);
-    answer[open_unit] = static_cast<char>(grown >> 8U);
-    answer[open_unit + 1] = static_cast<char>(grown & 0xFFU);
-    keeps_open = !unit.is_finished;
-    const at_unit joined{.text = {&answer[open_unit + 2], length},
-                         .is_after_blank = (head & AFTER_BLANK) != 0};
-    if (unit.is_finished && at_is_final_result(joined.line())) {
-        answer_count = open_unit;
-        end_command(joined);
-    }
+    keep_answer(unit);
     return true;
 }
 
@@ -468,10 +494,20 @@ bool at_link::take_answer_line(const at_unit &unit)
         return true;
     }
     echo_due = echo_due && phase == phases::TEXT;
-    if (may_be_report(line) && !names(line, sent))
+    if (may_be_report(line) && !answers(line, sent) && !continues_message(unit))
         return pass_on(unit);
     keep_answer(unit);
     return true;
+}
+
+/// A line of a message in text mode that looks like a report: modems that put an empty line before all that they say
+/// put none before it.
+bool at_link::continues_message(const at_unit &unit) const
+{
+    const bool is_framed =
+        answer_count > 0 && (static_cast<unsigned char>(answer[0]) * 256U & AFTER_BLANK) != 0;
+    return is_framed && !unit.is_after_blank &&
+           (at_mentions(command.text(), "+CMGL") || at_mentions(command.text(), "+CMGR"));
 }
 
 void at_link::end_command(const at_unit &final_result)
@@ -517,8 +553,11 @@ bool at_link::take_while_idle(const at_unit &unit)
         }
         return false;
     }
-    if (!may_be_report(line))
+    if (!may_be_report(line)) {
+        if (unit.is_finished)
+            port.drop_unknown();
         return false;
+    }
     if (now >= doubt_until || !names(line, command.text()))
         return pass_on(unit);
     keep_answer(unit); // a report, or the answer once more: a final result behind it would tell
@@ -541,13 +580,13 @@ void at_link::modem_restarted()
 
 void at_link::keep_answer(const at_unit &unit)
 {
-    if (answer_count + 2 + unit.text.size() > answer.size()) {
+    if (lines_lost || answer_count + 2 + unit.text.size() > answer.size()) {
+        lines_lost = true;
         tell_once(at_notice::LONG_ANSWER);
         return;
     }
     const unsigned head = static_cast<unsigned>(unit.text.size()) | (unit.is_after_blank ? AFTER_BLANK : 0) |
                           (unit.has_body ? HAS_BODY : 0);
-    open_unit = answer_count;
     answer[answer_count++] = static_cast<char>(head >> 8U);
     answer[answer_count++] = static_cast<char>(head & 0xFFU);
     answer_count += unit.text.copy(&answer[answer_count], unit.text.size());
@@ -575,7 +614,7 @@ void at_link::deliver_answer(bool is_answer)
 bool at_link::pass_on(const at_unit &unit)
 {
     if (!unit.is_finished)
-        return false; // half a report is none, and the other half would get into the next answer: both are dropped
+        return false; // longer than a delivery: its rest would get into the next answer, so all of it is dropped
     append_unit(unit.text, unit.is_after_blank, unit.has_body, false);
     return true;
 }
@@ -704,8 +743,10 @@ bool at_link::take_while_clearing(const at_unit &unit)
     }
     if (note_mark(line))
         return false;
-    const bool is_answer = names(line, command.text()) || names(line, held.text());
-    return may_be_report(line) && !is_answer && pass_on(unit);
+    // An answer need not name its command: while one is owed, what no row takes is no report.
+    const bool may_be_answer = names(line, command.text()) || names(line, held.text()) ||
+                               (owed_results > 0 && !begins_known_report(line));
+    return may_be_report(line) && !may_be_answer && pass_on(unit);
 }
 
 /// True for the answer to one of the questions.
@@ -822,6 +863,13 @@ int64_t at_link::patience() const
                : AT_PATIENCE_MS;
 }
 
+/// A modem that has said nothing at all is in one trouble, which has been told.
+void at_link::tell_rung(at_notice what)
+{
+    if (heard)
+        tell_once(what);
+}
+
 /// The next try to get an answer.
 void at_link::climb()
 {
@@ -829,29 +877,29 @@ void at_link::climb()
     ++rung;
     switch (rung) {
     case 1:
-        tell_once(at_notice::ASKED_AGAIN);
+        tell_rung(at_notice::ASKED_AGAIN);
         return ask_stage(heard ? stages::SETTINGS : stage); // silence is what a modem without results answers
     case 2:
-        tell_once(at_notice::TEXT_LEFT);
+        tell_rung(at_notice::TEXT_LEFT);
         port.write(ESCAPE);
         return ask();
     case 3:
-        tell_once(at_notice::DATA_MODE_LEFT);
+        tell_rung(at_notice::DATA_MODE_LEFT);
         stage = stages::BEFORE_ESCAPE;
         next_at = now + AT_GUARD_MS;
         return;
     case 4:
-        tell_once(at_notice::SETTINGS_SENT_AGAIN);
+        tell_rung(at_notice::SETTINGS_SENT_AGAIN);
         return ask_stage(stages::SETTINGS);
     case 5:
-        tell_once(at_notice::HUNG_UP);
+        tell_rung(at_notice::HUNG_UP);
         port.write(HANG_UP);
         port.hang_up();
         stage = stages::BEHIND_HANG_UP;
         next_at = now + AT_GUARD_MS;
         return;
     default:
-        tell_once(at_notice::OPENED_ANEW);
+        tell_rung(at_notice::OPENED_ANEW);
         rung = SILENT_RUNG;
         next_at = now + AT_PATIENCE_MS;
         port.reopen();
@@ -882,6 +930,7 @@ void at_link::finish()
     drop_held();
     start(waiting.text(), held_request);
     message = its_message;
+    prompting = prompting || message.count > 0;
     told = was_told;
     port.write(command.text());
 }

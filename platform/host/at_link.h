@@ -17,6 +17,7 @@
 #include <string_view>
 
 #include "at_framing.h"
+#include "at_request.h"
 
 inline constexpr std::size_t AT_LINE_MAX = 1540;      ///< bytes of a command line or message with its end
 inline constexpr std::size_t AT_ANSWER_MAX = 32768;   ///< bytes of an answer, without what marks its units
@@ -59,6 +60,9 @@ public:
     /// To the daemon: 1 to AT_DELIVERY_MAX bytes, reports or the answer to a command, never both.
     virtual void deliver(std::string_view text, bool is_answer) = 0;
 
+    /// A line went no further that came while no command ran and looks like nothing that the daemon knows.
+    virtual void drop_unknown() {}
+
     virtual void tell(at_notice what, std::string_view detail) = 0;
 
     /// The name of the command that the modem still owes an answer, empty for none.
@@ -89,7 +93,7 @@ class at_link final : at_framing_sink
 public:
     constexpr explicit at_link(at_link_port &results) : port(results) {}
 
-    /// The device was opened: the link brings the modem to answer.
+    /// The device was opened: the link gets the modem to answer and sets up its line.
     void opened(int64_t now_ms);
 
     /// The device is gone: the running command, and a line that waits, end.
@@ -103,6 +107,15 @@ public:
 
     /// Whether the modem has answered since the device was opened, and still does.
     bool is_ready() const { return was_ready && rung < SILENT_RUNG; }
+
+    /// Whether a command is at the modem and its asker waits.
+    bool awaits_answer() const { return phase >= phases::RUNNING; }
+
+    /// Whether it asks for the names of all commands, some of which are reports' names.
+    bool asks_for_names() const { return at_mentions(command.text(), "+CLAC"); }
+
+    /// Whether lines of its answer were dropped: there were more than AT_ANSWER_MAX bytes.
+    bool has_lost_lines() const { return lines_lost; }
 
     /// A command line and its CR, the message of an exchange with Ctrl-Z and CR, or ESC alone; from the thread that
     /// runs commands. Whatever ran before has ended for the daemon.
@@ -122,7 +135,7 @@ public:
     /// Time at which tick has something to do, -1 for none.
     int64_t due() const;
 
-    /// The asker of this request has hung up. Nothing happens when its command has ended.
+    /// The asker of this request has hung up: its wait ends. Nothing happens when its command has ended already.
     void asker_gone(uint32_t request, int64_t now_ms);
 
 private:
@@ -160,7 +173,7 @@ private:
         bool keep(std::string_view line);
     };
 
-    // Inline, so that each user has the type's information: the link itself is compiled without.
+    // Inline, so that each user has the class's type information: the link itself is compiled without RTTI.
     bool take(const at_unit &unit) override { return take_unit(unit); }
     bool is_echo(std::string_view line) const override { return echoes(line); }
 
@@ -170,6 +183,7 @@ private:
     bool take_continued(const at_unit &unit);
     bool take_prompt(const at_unit &unit);
     bool take_answer_line(const at_unit &unit);
+    bool continues_message(const at_unit &unit) const;
     bool take_while_clearing(const at_unit &unit);
     bool take_while_idle(const at_unit &unit);
     bool pass_on(const at_unit &unit);
@@ -191,11 +205,11 @@ private:
 
     at_sent send_line(std::string_view line, const at_asker &asker);
     at_sent send_message(std::string_view text);
+    at_sent send_exchange(std::string_view text, const at_asker &asker);
     bool accepts_message() const;
     void start(std::string_view line, uint32_t asker);
     void hold(std::string_view line, const at_asker &asker);
     void drop_held();
-    bool awaits_answer() const { return phase >= phases::RUNNING; }
     void give_up();
     void modem_restarted();
 
@@ -210,6 +224,7 @@ private:
     void take_mark();
     void count_nameless_result();
     void tick_clearing();
+    void tell_rung(at_notice what);
     void climb();
     void finish();
     int64_t patience() const;
@@ -223,6 +238,7 @@ private:
     uint32_t request = 0;       ///< who asked for it
     bool prompting = false;     ///< it asks for a text
     bool told = false;          ///< something was delivered since it was sent
+    bool lines_lost = false;    ///< its answer is too long
     bool stopped = false;       ///< something was written beside it
     bool echo_due = false;      ///< its echo may still come
     bool settings_lost = false; ///< the modem echoes, answers in numbers, or has forgotten +CMEE=1
@@ -260,7 +276,6 @@ private:
     bool keeps_open = false;                  ///< the start of the open line is in the answer
     std::array<char, AT_ANSWER_MAX> answer{}; ///< units: two bytes of length and flag, the text
     std::size_t answer_count = 0;
-    std::size_t open_unit = 0; ///< offset of the unit whose line is open
     std::array<char, AT_DELIVERY_MAX> delivery{};
     std::size_t delivery_count = 0;
     bool delivery_is_answer = false;

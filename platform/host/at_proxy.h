@@ -8,4 +8,14 @@
 /// answer ends at once. Nothing happens when that command has ended already. Any thread, never blocks.
 void at_proxy_asker_gone(uint32_t request);
 
+/// While the thread that runs commands waits for an answer it reads the modem itself, so that no other thread stands
+/// between the two. Waits until the modem has said something or the deadline (nanoseconds of the monotonic clock) has
+/// passed, delivers what came and returns true; it may return early. Returns false when it cannot read, or must stop
+/// reading: then wait for what the proxy's own thread delivers. Always false on any other thread.
+bool at_proxy_read_here(int64_t deadline);
+
+/// The proxy's own thread reads from here on. To be called by the thread that runs commands before it waits for anything
+/// else.
+void at_proxy_read_there();
+
 #endif

@@ -125,6 +125,13 @@ bool at_asks_for_prompt(std::string_view line)
     });
 }
 
+bool at_holds_message(std::string_view text)
+{
+    constexpr std::string_view head = "AT+CMGC=";
+    return text.find('\r') < text.find(CTRL_Z) && text.find(CTRL_Z) != text.npos &&
+           strncasecmp(text.data(), head.data(), std::min(text.size(), head.size())) == 0;
+}
+
 bool at_changes_settings(std::string_view line)
 {
     if (line.size() < 2)

@@ -18,6 +18,10 @@ const char *at_message_fault(std::string_view line, std::string_view message);
 /// True for the first half of a two-phase exchange.
 bool at_asks_for_prompt(std::string_view line);
 
+/// True for a command line and its message in one, of a command (+CMGC) whose prompt the daemon does not know: it sends
+/// both at once, and the link writes each when it is due.
+bool at_holds_message(std::string_view text);
+
 /// True when the modem may answer otherwise from now on: echo, verbose, result codes or +CMEE are another, or reset.
 bool at_changes_settings(std::string_view line);
 

@@ -63,8 +63,7 @@ void close_lane(int lane)
         served.lane = NO_LANE;
         if (served.type == ACTIVE_REPORT)
             plain_queues_give_up(served.request);
-        else
-            at_proxy_asker_gone(served.request);
+        at_proxy_asker_gone(served.request); // the one who waits may be reading the modem
     }
     if (lane == head_lane) {
         ++counters.withdrawn;
@@ -171,6 +170,7 @@ void end_served()
 {
     served.lane = NO_LANE;
     host_served_request = 0;
+    host_served_asker = {};
 }
 
 /// Under the mutex: reads ahead the request whose turn it is.
@@ -201,7 +201,8 @@ const char *fault_of(const at_cmd_msg &request)
 {
     if (!has_command(request))
         return nullptr;
-    if (request.req_type == AT_COMMAND && at_asks_for_prompt(text_of(request)))
+    if (request.req_type == AT_COMMAND &&
+        (at_asks_for_prompt(text_of(request)) || at_holds_message(text_of(request))))
         return at_request_fault(text_of(request), true);
     const auto length = static_cast<size_t>(std::clamp(request.cmd_len, 0, AT_CMD_STR_SIZE));
     const std::string_view counted(request.snd_rcv_msg.cmd, length);
@@ -223,6 +224,7 @@ void begin_served(at_cmd_msg &request)
     served.command[name.copy(served.command, sizeof served.command - 1)] = '\0';
     request.timeout = std::min(request.timeout, host_settings().timeout_max);
     host_served_limit_ms = std::max(request.timeout, 0) * 1000;
+    host_served_asker = {clients[served.lane].pid, request.Id, request.seq};
     host_served_request = served.request;
     visit = main_wait_count();
 }
@@ -271,15 +273,16 @@ int commands_open()
 bool commands_waiting()
 {
     constexpr uint32_t others = ~uint32_t{VLK_EVENT_CLIENT_REQUEST};
+    // Whoever sends one request after the other must not keep the modem's reports waiting.
+    if (visit == main_wait_count() && (main_wait_bits() & others) != 0) {
+        const std::scoped_lock lock(mutex);
+        end_served();
+        main_wait_raise(VLK_EVENT_CLIENT_REQUEST);
+        return false;
+    }
     main_wait_look();
     const std::scoped_lock lock(mutex);
-    if (!find_head())
-        return false;
-    // Whoever sends one request after the other must not keep the modem's reports waiting.
-    if (visit != main_wait_count() || (main_wait_bits() & others) == 0)
-        return true;
-    main_wait_raise(VLK_EVENT_CLIENT_REQUEST);
-    return false;
+    return find_head();
 }
 
 int commands_take(at_cmd_msg &request)

@@ -8,6 +8,7 @@
 #include "at_cmd_msg.h"
 #include "host_log.h"
 #include "log_sink.h"
+#include "vlk_report_prefixes.h"
 
 namespace
 {
@@ -39,6 +40,7 @@ std::atomic<uint32_t> slowest_ms{0};
 struct prefix_row {
     char prefix[20];
     uint32_t count;
+    bool is_known; ///< the daemon has a row for such reports
 };
 
 constexpr size_t PREFIXES_MAX = 96;
@@ -68,12 +70,15 @@ std::string_view prefix_of(std::string_view line)
 void count_prefix(std::string_view prefix)
 {
     const auto end = prefixes.begin() + prefix_count;
-    const auto known =
+    const auto same =
         std::find_if(prefixes.begin(), end, [&](const auto &row) { return prefix == row.prefix; });
-    if (known != end) {
-        ++known->count;
+    if (same != end) {
+        ++same->count;
+        counters.unknown_lines += same->is_known ? 0 : 1;
         return;
     }
+    const bool is_known = vlk_holds_report_name(prefix);
+    counters.unknown_lines += is_known ? 0 : 1;
     if (prefix_count == prefixes.size()) {
         ++other_reports;
         return;
@@ -81,6 +86,7 @@ void count_prefix(std::string_view prefix)
     prefix_row &row = prefixes[prefix_count++];
     row.prefix[prefix.copy(row.prefix, sizeof row.prefix - 1)] = '\0';
     row.count = 1;
+    row.is_known = is_known;
 }
 
 void tell(const ended_command &command, const outcome &how)
@@ -151,6 +157,7 @@ void counters_status(status_text &text)
     text.add("requests.refused %u", counters.requests_refused.load());
     text.add("modem.losses %u", counters.modem_losses.load());
     text.add("modem.restorations %u", counters.restorations.load());
+    text.add("modem.unknown_lines %u", counters.unknown_lines.load());
     const std::scoped_lock lock(prefix_mutex);
     if (other_reports != 0)
         text.add("reports.other %u", other_reports);

@@ -15,6 +15,7 @@ struct host_counters {
     std::atomic<uint32_t> restorations{0};  ///< its settings were made again
     std::atomic<uint32_t> messages_lost{0}; ///< events and bus messages that a listener did not take in time
     std::atomic<uint32_t> text_lost{0};     ///< pieces of the modem's text that nobody took
+    std::atomic<uint32_t> unknown_lines{0}; ///< unsolicited ones that are no report that the daemon knows
     std::atomic<uint32_t> clients_refused{0};
     std::atomic<uint32_t> requests_refused{0}; ///< they must not reach the modem
 };
@@ -33,7 +34,8 @@ struct ended_command {
 /// Counts it. One that the modem did not answer or refused is told in the log.
 void count_command(const ended_command &command);
 
-/// Text of the modem that is no answer: counts the lines that begin with a prefix as in "+CREG:".
+/// Text of the modem that is no answer: counts the lines that begin with a prefix as in "+CREG:", and those of them
+/// that are no report that the daemon knows.
 void count_reports(std::string_view text);
 
 /// All of it as lines of the status; prefixes come last, as many as there is room for.

@@ -28,6 +28,7 @@ constexpr int SEND_BUFFER = 512 * 1024; // a burst of some hundred small packets
 struct listener { // all zero while not in use, so that unused ones take no memory
     bool takes_all = false;
     bool takes_lines = false;
+    bool takes_answers = false;
     size_t module_count = 0;
     size_t name_count = 0;
     std::array<int32_t, MODULES_MAX> modules{};
@@ -46,11 +47,24 @@ connections peers;
 std::array<listener, connections::MAX> listeners;
 std::atomic<int> listener_count{0};
 std::atomic<int> lines_count{0}; ///< listeners that take lines
+std::atomic<int> answers_count{0};
 
 std::atomic<hub_packet_proc> bus_proc{nullptr};
 std::atomic<hub_packet_proc> sync_proc{nullptr};
 
 // ---- Sending
+
+/// Once when a listener begins to lose packets, once when it is known how many. Under the mutex.
+void tell_losses(int slot, uint32_t missed)
+{
+    const process_name name = name_of_process(peers[slot].pid);
+    if (missed == 0)
+        host_log(LOG_WARNING, "process %d (%s) does not read its events and loses them: mend it or end it",
+                 peers[slot].pid, name.text);
+    else
+        host_log(LOG_WARNING, "process %d (%s) has lost %u events, which it did not read in time",
+                 peers[slot].pid, name.text, missed);
+}
 
 /// Under the mutex.
 void send_packet(int slot, host_packet header, const void *data)
@@ -62,14 +76,22 @@ void send_packet(int slot, host_packet header, const void *data)
     message.msg_iov = parts;
     message.msg_iovlen = header.length > 0 ? 2 : 1;
     const bool is_lost = sendmsg(peers[slot].fd, &message, MSG_DONTWAIT | MSG_NOSIGNAL) < 0;
+    if (is_lost && to.missed == 0 && errno == EAGAIN)
+        tell_losses(slot, 0);
+    if (!is_lost && to.missed > 0)
+        tell_losses(slot, to.missed);
     counters.messages_lost += is_lost ? 1 : 0;
     to.missed = is_lost ? to.missed + 1 : 0;
 }
 
-bool takes(const listener &who, const host_packet &header)
+bool takes(int slot, const host_packet &header)
 {
+    const listener &who = listeners[static_cast<size_t>(slot)];
     if (header.kind == HOST_REPORT_LINE)
         return who.takes_lines;
+    if (header.kind == HOST_ANSWER_TEXT)
+        return who.takes_answers && header.module == peers[slot].pid &&
+               header.module != 0; // 0: any unseen one
     if (who.takes_all)
         return true;
     if (header.kind == HOST_BUS_MESSAGE) {
@@ -86,8 +108,11 @@ bool takes(const listener &who, const host_packet &header)
 void close_listener(int slot)
 {
     const std::scoped_lock lock(listeners_mutex);
+    if (listeners[static_cast<size_t>(slot)].missed > 0)
+        tell_losses(slot, listeners[static_cast<size_t>(slot)].missed);
     peers.remove(slot);
     lines_count -= listeners[static_cast<size_t>(slot)].takes_lines ? 1 : 0;
+    answers_count -= listeners[static_cast<size_t>(slot)].takes_answers ? 1 : 0;
     listeners[static_cast<size_t>(slot)] = {};
     listener_count = peers.count();
 }
@@ -104,7 +129,10 @@ bool subscribe(int slot, const host_packet &header)
     } else if (header.value1 == HOST_TAKE_LINES) {
         lines_count += who.takes_lines ? 0 : 1;
         who.takes_lines = true;
-    } else if (!takes(who, asked)) {
+    } else if (header.value1 == HOST_TAKE_ANSWERS) {
+        answers_count += who.takes_answers ? 0 : 1;
+        who.takes_answers = true;
+    } else if (!takes(slot, asked)) {
         const bool is_name = header.value1 == HOST_TAKE_NAME;
         if (is_name ? who.name_count == NAMES_MAX : who.module_count == MODULES_MAX)
             return false;
@@ -140,7 +168,7 @@ const char *fault_of(const host_packet &header, ssize_t size)
         return "its name has no end";
     switch (header.kind) {
     case HOST_SUBSCRIBE:
-        if (header.value1 < HOST_TAKE_MODULE || header.value1 > HOST_TAKE_LINES)
+        if (header.value1 < HOST_TAKE_MODULE || header.value1 > HOST_TAKE_ANSWERS)
             return "it subscribes to nothing known";
         return nullptr;
     case HOST_BUS_SEND:
@@ -252,7 +280,7 @@ int hub_post(const host_packet &header, const void *data)
         if (peers[slot].fd < 0)
             continue;
         --left;
-        if (takes(listeners[static_cast<size_t>(slot)], header))
+        if (takes(slot, header))
             send_packet(slot, header, data);
     }
     return 0;
@@ -261,6 +289,11 @@ int hub_post(const host_packet &header, const void *data)
 bool hub_takes_lines()
 {
     return lines_count > 0;
+}
+
+bool hub_takes_answers()
+{
+    return answers_count > 0;
 }
 
 int hub_listener_count()

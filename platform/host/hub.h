@@ -30,7 +30,8 @@ void hub_reply(int reply_to, const host_packet &header, const void *data);
 /// Services that have subscribed to something. Any thread.
 int hub_listener_count();
 
-/// Whether any listener takes the modem's unsolicited lines. Any thread.
+/// Whether any listener takes the modem's unsolicited lines, or answers. Any thread.
 bool hub_takes_lines();
+bool hub_takes_answers();
 
 #endif

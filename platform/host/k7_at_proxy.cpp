@@ -1,11 +1,13 @@
 // The AT proxy: owns the modem's device. One thread, started by the first registration, opens the device, reads, and
-// opens it again when it is lost; any thread sends. What goes in and out is the AT link's business (at_link.h); here
-// are the device, the thread and the back pressure.
+// opens it again when it is lost; any thread sends. While the thread that runs commands waits for an answer it reads
+// itself, so that no other thread stands between it and the modem. What goes in and out is the AT link's business
+// (at_link.h); here are the device, the threads and the back pressure.
 #include "k7_at_proxy.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
 #include <string_view>
@@ -14,6 +16,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -24,6 +27,7 @@
 #include "host_counters.h"
 #include "host_log.h"
 #include "host_start.h"
+#include "hub.h"
 #include "modem_state.h"
 #include "msgq_plain.h"
 #include "report_lines.h"
@@ -37,13 +41,12 @@ namespace
 constexpr int REGISTRATION_WAIT_MS = 900;     // the daemon asks again once a second
 constexpr int64_t RETRY_MS = 1000;            // until the next try to open the device
 constexpr int64_t HOPELESS_RETRY_MS = 60'000; // when it is no AT port at all
+constexpr size_t READ_MAX = 4096;
 constexpr int SEND_LIMIT_MS = 2000;
 constexpr int LINK_WRITE_LIMIT_MS = 200;
 constexpr int DELIVERY_LIMIT_MS = 2000; // the main thread may be busy writing a command for that long
 constexpr int DELIVERY_PAUSE_MAX_MS = 50;
 constexpr size_t SHOWN_RESULT_MAX = 40;
-constexpr const char *NO_ANSWER_REASON =
-    "it does not answer: check its power, its cable, and that this is its AT port";
 
 /// Texts one after the other, each with its kind. Pages of it are used only once a long answer comes.
 class delivery_buffer
@@ -61,23 +64,25 @@ public:
 
     bool is_empty() const { return begin == end; }
 
-    /// The oldest one; an empty text, and the buffer is empty, after the last.
-    std::string_view take(bool &is_answer)
+    /// The oldest one; there is one.
+    std::string_view first() const { return {&bytes[begin + 2], head() & ~ANSWER}; }
+    bool first_is_answer() const { return (head() & ANSWER) != 0; }
+    void drop_first()
     {
-        if (begin == end) {
+        begin += 2 + first().size();
+        if (begin == end)
             begin = end = 0;
-            return {};
-        }
-        const size_t head = static_cast<unsigned char>(bytes[begin]) * size_t{256} +
-                            static_cast<unsigned char>(bytes[begin + 1]);
-        is_answer = (head & ANSWER) != 0;
-        const std::string_view text(&bytes[begin + 2], head & ~ANSWER);
-        begin += 2 + text.size();
-        return text;
     }
 
 private:
     static constexpr size_t ANSWER = 0x8000;
+
+    size_t head() const
+    {
+        return static_cast<unsigned char>(bytes[begin]) * size_t{256} +
+               static_cast<unsigned char>(bytes[begin + 1]);
+    }
+
     // A whole answer, what a feed may add to it, and two bytes for each delivery.
     std::array<char, AT_ANSWER_MAX + 12 * AT_FEED_MAX> bytes{};
     size_t begin = 0;
@@ -118,7 +123,7 @@ public:
         return made;
     }
 
-    /// The reader's thread, without the mutex, around each push. False: it is stale, do not push it.
+    /// Whoever reads, without the mutex, around each push. False: it is stale, do not push it.
     bool begin_push(uint32_t ticket, bool is_answer)
     {
         pushing = true;
@@ -169,6 +174,20 @@ private:
     std::atomic<bool> pushing{false};
 };
 
+/// What a modem does that says nothing, and what to do about it.
+std::array<char, 200> silence_text(uint32_t speed)
+{
+    std::array<char, 200> text{};
+    if (speed == 0)
+        snprintf(text.data(), text.size(), "does not answer: check its power and that this is its AT port");
+    else
+        snprintf(text.data(), text.size(),
+                 "does not answer at %u bit/s: check its power, its cable, that this is its AT port, and its "
+                 "speed (VLK_AT_SPEED)",
+                 speed);
+    return text;
+}
+
 class at_proxy final : public at_link_port
 {
 public:
@@ -176,9 +195,12 @@ public:
     void unregister();
     int send(uint32_t to_channel, std::string_view text);
     void asker_gone(uint32_t request);
+    bool read_here(int64_t deadline);
+    void read_there();
 
     void write(std::string_view text) override { to_write.put(text); }
     void deliver(std::string_view text, bool is_answer) override;
+    void drop_unknown() override { ++counters.unknown_lines; }
     void tell(at_notice what, std::string_view detail) override;
     void tell_debt(std::string_view name) override;
     void hang_up() override { wants_hang_up = true; }
@@ -193,26 +215,35 @@ private:
     void report(const std::array<char, 512> &message);
     void close_device();
     void serve_device();
-    int64_t next_due();
-    bool wait_for_input(int64_t wait_ms);
-    bool pass_on_input();
+    void wait_for_input(int64_t wait_ms) const;
+    void take_wakes() const;
+    bool pass_on_input(size_t limit);
     void run_link(std::string_view bytes);
     void do_what_link_wants(std::unique_lock<std::mutex> link_lock);
-    void push(std::string_view text, bool is_answer, uint32_t ticket);
+    void tell_asker(std::string_view text, bool is_answer) const;
+    void push_deliveries();
+    bool push(std::string_view text, bool is_answer, uint32_t ticket);
     at_sent ask_link(std::string_view text);
     void wake_reader() const;
+    bool runs_commands() const { return pthread_equal(commands_thread, pthread_self()) != 0; }
+    int watch(int fd, int operation) const;
+    void give_back_reading();
     void set_modem(host_modem_state state, const char *reason);
+    void set_silent();
 
     // Registration and stopping: one at a time.
     std::mutex registration;
     pthread_t reader{};
     bool reader_runs = false;
     std::atomic<int> wake_fd{-1};
+    int input_set = -1; ///< epoll: what the reader's thread waits for, wake_fd and the device if it reads
 
     std::atomic<uint32_t> channel{0};
     std::atomic<k7_data_proc> data_proc{nullptr};
     std::atomic<pthread_t> commands_thread{}; ///< the one that registers: it runs the commands
     std::atomic<bool> stopping{false};
+    std::atomic<bool> mute{false};       ///< it was told that the modem does not answer
+    std::atomic<uint32_t> speed{0};      ///< of the open device in bits per second, 0 when it has none
     std::atomic<bool> handed_out{false}; ///< the daemon has its send function, so it takes deliveries
     std::atomic<bool> broken{false};     ///< a send left the modem in the middle of a line: start afresh
     std::atomic<uint32_t> gone_request{0};
@@ -224,15 +255,21 @@ private:
     at_link link{*this};
     unread_deliveries unread;
     write_buffer to_write;
-    bool was_ready = false; ///< as it was told last
+    served_asker asked_by;
+    std::atomic<int64_t> due{-1}; ///< as link.due()
+    bool was_ready = false;       ///< as it was told last
     bool wants_hang_up = false;
-    bool wants_reopen = false;
+    std::atomic<bool> wants_reopen{false};
 
-    // Writing to the device; the reader alone opens and closes it.
+    // Writing to the device, and who reads it; the reader's thread alone opens and closes it.
     std::mutex device_mutex;
     at_device device;
+    std::atomic<bool> reads_here{false}; ///< the thread that runs commands, not the reader's
 
-    // The reader's own.
+    // Of whoever reads. Taken before the other two; the thread that runs commands only tries, and never sleeps in
+    // it for anything but the modem.
+    std::mutex reading;
+    bool is_served = false; ///< the device is open
     delivery_buffer to_deliver;
     uint32_t first_ticket = 0;       ///< of what is in to_deliver
     std::array<char, 512> trouble{}; ///< what was last reported; empty once the modem is ready
@@ -285,7 +322,9 @@ int at_proxy::start_reader()
     stop_reader();
     if (wake_fd < 0)
         wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-    if (wake_fd < 0)
+    if (input_set < 0)
+        input_set = epoll_create1(EPOLL_CLOEXEC);
+    if (watch(wake_fd, EPOLL_CTL_ADD) != 0 && errno != EEXIST)
         return -1;
     stopping = false;
     {
@@ -314,15 +353,23 @@ void at_proxy::set_modem(host_modem_state state, const char *reason)
     modem_state_set(state, reason);
 }
 
+/// The device is open. The reader's thread.
+void at_proxy::set_silent()
+{
+    std::array<char, 256> reason{};
+    snprintf(reason.data(), reason.size(), "it %s",
+             mute ? silence_text(speed).data() : "has just been opened and has not answered yet");
+    set_modem(HOST_MODEM_SILENT, reason.data());
+}
+
 // ---- Sends
 
 int at_proxy::send(uint32_t to_channel, std::string_view text)
 {
     if (text.empty() || to_channel != channel || stopping)
         return -1;
-    const bool runs_commands = pthread_equal(commands_thread, pthread_self()) != 0;
     std::unique_lock link_lock(link_mutex);
-    const at_sent result = runs_commands ? ask_link(text) : link.send_beside(text);
+    const at_sent result = runs_commands() ? ask_link(text) : link.send_beside(text);
     if (result != at_sent::WRITE) {
         link_lock.unlock();
         wake_reader(); // the link may have something to write
@@ -331,13 +378,15 @@ int at_proxy::send(uint32_t to_channel, std::string_view text)
     std::unique_lock device_lock(
         device_mutex); // before the other is released: the link's own writes come later
     link_lock.unlock();
-    const at_write written = at_device_write(device, text, SEND_LIMIT_MS);
+    // A modem that takes no more may do so once somebody reads what it says.
+    const auto before_wait = runs_commands() ? +[] { proxy.give_back_reading(); } : nullptr;
+    const at_write written = at_device_write(device, text, SEND_LIMIT_MS, before_wait);
     if (written == at_write::WRITTEN)
         return 0;
     device_lock.unlock();
     if (written == at_write::BROKEN)
         broken = true;
-    if (runs_commands) {
+    if (runs_commands()) {
         link_lock.lock();
         link.unsent();
     }
@@ -351,7 +400,10 @@ at_sent at_proxy::ask_link(std::string_view text)
     if (asker.request != 0 && asker.request == gone_request)
         return at_sent::REFUSED;
     unread.drop_answers();
-    return link.send(text, asker, link.is_free() ? 0 : monotonic_ms());
+    const at_sent result = link.send(text, asker, link.is_free() ? 0 : monotonic_ms());
+    due = link.due();
+    asked_by = host_served_asker; // what came of an answer before belonged to who asked before
+    return result;
 }
 
 void at_proxy::wake_reader() const
@@ -384,8 +436,10 @@ void at_proxy::read_until_stopped()
             close_device();
         }
         const int64_t retry_at = monotonic_ms() + (hopeless ? HOPELESS_RETRY_MS : RETRY_MS);
-        while (!stopping && monotonic_ms() < retry_at)
+        while (!stopping && monotonic_ms() < retry_at) {
             wait_for_input(retry_at - monotonic_ms());
+            take_wakes();
+        }
     }
 }
 
@@ -399,27 +453,37 @@ bool at_proxy::open_device()
         snprintf(message.data(), message.size(), "no modem: set VLK_AT_DEVICE to its AT port");
     else
         result = at_device_open(opened, path, host_settings().line, message);
+    if (result == AT_DEVICE_OPENED && watch(opened.fd, EPOLL_CTL_ADD) != 0) {
+        snprintf(message.data(), message.size(), "%s is no AT port: there is no waiting for its input", path);
+        at_device_close(opened);
+        result = AT_DEVICE_NEVER;
+    }
     hopeless = result == AT_DEVICE_NEVER;
-    if (result != 0) {
+    if (result != AT_DEVICE_OPENED) {
         report(message);
         set_modem(HOST_MODEM_ABSENT, message.data());
         return false;
     }
     const std::scoped_lock lock(device_mutex);
     device = opened;
+    speed = device.speed;
     broken = false;
-    set_modem(HOST_MODEM_SILENT, "it has just been opened and has not answered yet");
+    set_silent();
     return true;
 }
 
 void at_proxy::close_device()
 {
+    const std::scoped_lock reading_lock(reading);
+    is_served = false;
     std::array<char, 512> message{};
     snprintf(message.data(), message.size(), "%s the modem on %s: opening it again",
              broken ? "cannot write whole lines to" : "lost", host_settings().device);
-    const bool is_own_wish = std::exchange(wants_reopen, false);
-    if (!stopping && !is_own_wish)
+    const bool is_own_wish = wants_reopen.exchange(false);
+    if (!stopping && !is_own_wish) {
+        mute = false;
         report(message);
+    }
     {
         std::unique_lock link_lock(link_mutex);
         counters.modem_losses += was_ready && !stopping && !is_own_wish ? 1 : 0;
@@ -432,8 +496,11 @@ void at_proxy::close_device()
         if (!stopping)
             set_modem(HOST_MODEM_ABSENT, message.data());
         do_what_link_wants(std::move(link_lock));
+        push_deliveries();
     }
     const std::scoped_lock lock(device_mutex);
+    if (!reads_here.exchange(false))
+        watch(device.fd, EPOLL_CTL_DEL);
     at_device_close(device);
     if (stopping)
         set_modem(HOST_MODEM_RELEASED, "");
@@ -450,71 +517,83 @@ void at_proxy::report(const std::array<char, 512> &message)
 void at_proxy::serve_device()
 {
     {
+        const std::scoped_lock lock(reading);
         std::unique_lock link_lock(link_mutex);
         link.opened(monotonic_ms());
         do_what_link_wants(std::move(link_lock));
+        push_deliveries();
+        is_served = true;
     }
     while (!stopping && !broken && !wants_reopen) {
-        const int64_t due = next_due();
-        // While there is input the modem is not silent: this thread was late.
-        if (!wait_for_input(due < 0 ? -1 : std::max<int64_t>(due - monotonic_ms(), 0)))
-            run_link({});
-        else if (!pass_on_input())
+        const int64_t until = due;
+        wait_for_input(until < 0 ? -1 : std::max<int64_t>(until - monotonic_ms(), 0));
+        const std::scoped_lock lock(reading);
+        take_wakes(); // not before: whoever reads at the moment sees them, too
+        push_deliveries();
+        if (!pass_on_input(READ_MAX))
             return;
     }
 }
 
-int64_t at_proxy::next_due()
+void at_proxy::take_wakes() const
 {
-    const std::scoped_lock link_lock(link_mutex);
-    return link.due();
-}
-
-/// True when the device has input, or is gone.
-bool at_proxy::wait_for_input(int64_t wait_ms)
-{
-    pollfd inputs[] = {{device.fd, POLLIN, 0}, {wake_fd, POLLIN, 0}};
-    if (poll(inputs, 2, static_cast<int>(wait_ms)) <= 0)
-        return false;
     eventfd_t wakes = 0;
-    if (inputs[1].revents != 0)
-        eventfd_read(wake_fd, &wakes);
-    return inputs[0].revents != 0;
+    eventfd_read(wake_fd, &wakes);
 }
 
-/// False when the device is gone.
-bool at_proxy::pass_on_input()
+/// Makes the reader's thread wait for a descriptor's input, or no longer.
+int at_proxy::watch(int fd, int operation) const
 {
-    std::array<char, 4096> bytes;
-    const ssize_t count = at_device_read(device, bytes);
-    std::string_view text(bytes.data(), count > 0 ? static_cast<size_t>(count) : 0);
-    while (!text.empty()) {
-        run_link(text.substr(0, AT_FEED_MAX));
-        text.remove_prefix(std::min(text.size(), AT_FEED_MAX));
-    }
-    return count >= 0;
+    epoll_event input{.events = EPOLLIN, .data = {}};
+    return epoll_ctl(input_set, operation, fd, &input);
 }
 
-/// Feeds the link, or tells it the time when there are no bytes.
+void at_proxy::wait_for_input(int64_t wait_ms) const
+{
+    epoll_event came{};
+    epoll_wait(input_set, &came, 1, static_cast<int>(wait_ms));
+}
+
+/// Passes on what the device has to say now, at most that many bytes, or that it is silent. False when it is gone.
+bool at_proxy::pass_on_input(size_t limit)
+{
+    std::array<char, READ_MAX> bytes;
+    const ssize_t count = at_device_read(device, {bytes.data(), limit});
+    if (count < 0)
+        return false;
+    std::string_view text(bytes.data(), static_cast<size_t>(count));
+    do {
+        run_link(text.substr(0, AT_FEED_MAX));
+        push_deliveries();
+        text.remove_prefix(std::min(text.size(), AT_FEED_MAX));
+    } while (!text.empty());
+    return true;
+}
+
+/// Feeds the link, or tells it the time when there are no bytes: while there are the modem is not silent.
 void at_proxy::run_link(std::string_view bytes)
 {
     std::unique_lock link_lock(link_mutex);
     const int64_t now = monotonic_ms();
-    if (bytes.empty()) {
-        if (somebody_gone.exchange(false))
-            link.asker_gone(gone_request, now);
+    if (somebody_gone.exchange(false))
+        link.asker_gone(gone_request, now);
+    if (bytes.empty())
         link.tick(now);
-    } else {
+    else
         link.feed(bytes, now);
-    }
     do_what_link_wants(std::move(link_lock));
 }
 
 void at_proxy::do_what_link_wants(std::unique_lock<std::mutex> link_lock)
 {
+    due = link.due();
     if (link.is_ready() != was_ready) {
         was_ready = link.is_ready();
-        set_modem(was_ready ? HOST_MODEM_READY : HOST_MODEM_SILENT, was_ready ? "" : NO_ANSWER_REASON);
+        mute = !was_ready;
+        if (was_ready)
+            set_modem(HOST_MODEM_READY, "");
+        else
+            set_silent();
         ready_changed.notify_all();
     }
     const bool hangs_up = std::exchange(wants_hang_up, false);
@@ -531,9 +610,28 @@ void at_proxy::do_what_link_wants(std::unique_lock<std::mutex> link_lock)
     }
     if (hangs_up)
         at_device_hang_up(device);
-    bool is_answer = false;
-    for (std::string_view text; !(text = to_deliver.take(is_answer)).empty();)
-        push(text, is_answer, first_ticket++);
+}
+
+/// The reader's thread leaves none; the thread that empties the queue leaves what finds no room.
+void at_proxy::push_deliveries()
+{
+    for (; !to_deliver.is_empty(); to_deliver.drop_first(), ++first_ticket)
+        if (!push(to_deliver.first(), to_deliver.first_is_answer(), first_ticket))
+            return;
+}
+
+/// The record that answers a command has room for 1500 bytes, and none for lines that look like reports: its asker may
+/// take all of it from the hub.
+void at_proxy::tell_asker(std::string_view text, bool is_answer) const
+{
+    host_packet packet{};
+    packet.kind = HOST_ANSWER_TEXT;
+    packet.module = asked_by.process;
+    packet.code = asked_by.seq;
+    packet.value1 = asked_by.id;
+    packet.value2 = (is_answer ? HOST_ANSWER_OWN : 0) | (link.has_lost_lines() ? HOST_ANSWER_CUT : 0);
+    packet.length = static_cast<uint32_t>(text.size());
+    hub_post(packet, text.data());
 }
 
 /// Called under the link's mutex, by the reader.
@@ -543,25 +641,37 @@ void at_proxy::deliver(std::string_view text, bool is_answer)
         count_reports(text);
         report_lines_delivery(text);
     }
+    if (hub_takes_answers() && (is_answer || link.awaits_answer()))
+        tell_asker(text, is_answer);
+    std::array<char, AT_DELIVERY_MAX> room;
+    if (is_answer && link.asks_for_names()) {
+        text = without_report_names(text, room.data());
+        if (text.empty())
+            return;
+    }
     const uint32_t ticket = unread.note_made(is_answer);
     if (to_deliver.is_empty())
         first_ticket = ticket;
     to_deliver.put(text, is_answer);
 }
 
-/// A full queue holds the modem back instead of losing its text, as long as somebody empties it.
-void at_proxy::push(std::string_view text, bool is_answer, uint32_t ticket)
+/// A full queue holds the modem back instead of losing its text, as long as somebody empties it. False when it is full
+/// and this is the thread that does.
+bool at_proxy::push(std::string_view text, bool is_answer, uint32_t ticket)
 {
     int64_t end = -1; // asked for only when it is not taken at once
     int pause_ms = 1;
     while (!stopping) {
         if (!unread.begin_push(ticket, is_answer))
-            return;
+            return true;
         if (data_proc.load()(channel, text.data(), static_cast<uint32_t>(text.size())) == 0) {
             reported_loss = false;
-            return unread.end_push(true);
+            unread.end_push(true);
+            return true;
         }
         unread.end_failed_push();
+        if (runs_commands())
+            return false;
         const int64_t now = monotonic_ms();
         end = end < 0 ? now + (handed_out ? DELIVERY_LIMIT_MS : 0) : end;
         if (now >= end)
@@ -573,6 +683,54 @@ void at_proxy::push(std::string_view text, bool is_answer, uint32_t ticket)
     counters.text_lost += stopping ? 0 : 1;
     if (!stopping && !std::exchange(reported_loss, true))
         host_log(LOG_WARNING, "nobody takes the modem's text: %zu bytes are lost", text.size());
+    return true;
+}
+
+// ---- The thread that runs commands, while it waits
+
+bool at_proxy::read_here(int64_t deadline)
+{
+    if (!runs_commands())
+        return false;
+    std::unique_lock lock(reading, std::try_to_lock);
+    if (!lock || !is_served || !to_deliver.is_empty() || stopping || broken || wants_reopen) {
+        read_there();
+        return false;
+    }
+    if (!reads_here.exchange(true))
+        watch(device.fd, EPOLL_CTL_DEL);
+    int wait_ms = poll_time(deadline);
+    if (const int64_t until = due; until >= 0) {
+        const int left = static_cast<int>(std::max<int64_t>(until - monotonic_ms(), 0));
+        wait_ms = wait_ms < 0 ? left : std::min(wait_ms, left);
+    }
+    pollfd inputs[] = {{device.fd, POLLIN, 0}, {wake_fd, POLLIN, 0}};
+    poll(inputs, 2, wait_ms);
+    if (inputs[1].revents == 0 && pass_on_input(AT_FEED_MAX) && to_deliver.is_empty() && !broken &&
+        !wants_reopen)
+        return true;
+    lock.unlock();
+    read_there();
+    wake_reader(); // it has something to do
+    return false;
+}
+
+void at_proxy::read_there()
+{
+    if (!reads_here || !runs_commands())
+        return;
+    const std::scoped_lock lock(device_mutex);
+    give_back_reading();
+}
+
+/// Under the device's mutex.
+void at_proxy::give_back_reading()
+{
+    if (!reads_here.exchange(false))
+        return;
+    watch(device.fd, EPOLL_CTL_ADD);
+    if (due >= 0)
+        wake_reader(); // it waits without that time
 }
 
 // ---- What the operator is told
@@ -586,7 +744,7 @@ struct notice_row {
 constexpr notice_row NOTICES[] = {
     {at_notice::READY, LOG_NOTICE, "is ready"},
     {at_notice::BACK, LOG_NOTICE, "answers again"},
-    {at_notice::NO_ANSWER, LOG_WARNING, "does not answer: check its power, its cable, the speed of the port"},
+    {at_notice::NO_ANSWER, LOG_WARNING, ""}, // silence_text says it
     {at_notice::ASKED_AGAIN, LOG_WARNING, "still owes an answer: asking it again"},
     {at_notice::TEXT_LEFT, LOG_WARNING, "does not answer: sending ESC, in case it waits for a text"},
     {at_notice::DATA_MODE_LEFT, LOG_WARNING, "does not answer: sending +++, in case it is in data mode"},
@@ -607,9 +765,17 @@ void at_proxy::tell(at_notice what, std::string_view detail)
 {
     if (what == at_notice::READY || what == at_notice::BACK)
         trouble.fill(0);
+    if (what == at_notice::NO_ANSWER) {
+        mute = true;
+        set_silent();
+        host_log(LOG_WARNING, "the modem on %s %s", host_settings().device, silence_text(speed).data());
+        return;
+    }
     if (what == at_notice::SETTINGS_PUT_RIGHT || what == at_notice::RESTARTED)
         ++counters.restorations;
     char shown[SHOWN_RESULT_MAX + 8] = "";
+    if (what == at_notice::READY && speed != 0)
+        snprintf(shown, sizeof shown, " at %u bit/s", speed.load());
     if (!detail.empty())
         snprintf(shown, sizeof shown, " (%.*s)", static_cast<int>(std::min(detail.size(), SHOWN_RESULT_MAX)),
                  detail.data());
@@ -639,4 +805,14 @@ int K7_App_Ungister(void)
 void at_proxy_asker_gone(uint32_t request)
 {
     proxy.asker_gone(request);
+}
+
+bool at_proxy_read_here(int64_t deadline)
+{
+    return proxy.read_here(deadline);
+}
+
+void at_proxy_read_there()
+{
+    proxy.read_there();
 }

@@ -7,10 +7,12 @@
 #include <cstring>
 #include <mutex>
 
+#include "at_proxy.h"
 #include "host_condition.h"
 #include "served_request.h"
 #include "service_notify.h"
 #include "vlk_msgq.h"
+#include "vlk_queues.h"
 
 namespace
 {
@@ -83,6 +85,15 @@ int32_t next_id(size_t index)
     static std::array<int32_t, QUEUES> used{};
     used[index] = used[index] >= ID_LIMIT / QUEUES ? 1 : used[index] + 1;
     return used[index] * QUEUES + static_cast<int32_t>(index);
+}
+
+/// Without the queue's lock.
+bool read_modem(std::unique_lock<std::mutex> &guard, int64_t until)
+{
+    guard.unlock();
+    const bool has_read = at_proxy_read_here(until);
+    guard.lock();
+    return has_read;
 }
 
 } // namespace
@@ -214,10 +225,14 @@ int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms)
         return -1; // empty just now, whoever holds the lock
     std::unique_lock guard(queue->lock);
     const int64_t deadline = wait_ms > 0 ? deadline_after(wait_ms) : 0;
-    for (bool in_time = wait_ms > 0; in_time && queue->id == id && queue->count == 0 && !is_given_up();) {
+    const auto is_waiting = [&] { return queue->id == id && queue->count == 0 && !is_given_up(); };
+    for (bool in_time = wait_ms > 0; in_time && is_waiting();) {
         service_alive();
         const int64_t until = service_due(deadline);
-        in_time = queue->filled.wait(guard, until) || until != deadline;
+        if (queue->key == VLK_QUEUE_NAS_DATA && read_modem(guard, until))
+            in_time = monotonic_ns() < deadline;
+        else if (is_waiting())
+            in_time = queue->filled.wait(guard, until) || until != deadline;
     }
     if (queue->id != id || queue->count == 0)
         return -1;

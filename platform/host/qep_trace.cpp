@@ -53,9 +53,9 @@ void QEP_TRACE_PrintInfo(const char *file, int line, int, const char *module, in
 
 void mlog_print(const char *module, int level, const char *format, ...)
 {
+    char text[LOG_TEXT_SIZE];
     if (module == nullptr || format == nullptr)
         return;
-    char text[LOG_TEXT_SIZE];
     va_list arguments;
     va_start(arguments, format);
     log_format(text, format, arguments);

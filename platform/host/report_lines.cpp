@@ -36,6 +36,23 @@ bool is_report_line(std::string_view line)
            std::ranges::find(VLK_REPORT_PREFIXES, name) != std::end(VLK_REPORT_PREFIXES);
 }
 
+std::string_view without_report_names(std::string_view answer, char *room)
+{
+    const auto is_report_name = [](std::string_view line) {
+        const bool is_name = (line.starts_with('+') || line.starts_with('^')) && line.find(':') == line.npos;
+        return is_name && vlk_holds_report_name(line);
+    };
+    std::size_t kept = 0;
+    while (!answer.empty()) {
+        const std::size_t end = std::min(answer.find(LINE_END), answer.size());
+        const std::size_t whole = std::min(end + LINE_END.size(), answer.size());
+        if (!is_report_name(answer.substr(0, end)))
+            kept += answer.copy(room + kept, whole);
+        answer.remove_prefix(whole);
+    }
+    return {room, kept};
+}
+
 void report_lines_delivery(std::string_view delivery)
 {
     if (!hub_takes_lines())

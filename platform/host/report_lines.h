@@ -8,8 +8,12 @@
 /// True for a line that comes by itself, when it is no part of an answer. Pure.
 bool is_report_line(std::string_view line);
 
-/// Tells the listeners the reports in a delivery that is no answer. One thread, the reader's. Costs a look at a counter
-/// while nobody listens.
+/// Leaves out of a list of commands' names those that the daemon would take for reports, whose handlers would find
+/// nothing in them and tell that. Copies the rest to room, which is as large, and returns it. Pure.
+std::string_view without_report_names(std::string_view answer, char *room);
+
+/// Tells the listeners the reports in a delivery that is no answer. Whoever reads the modem, one thread at a time. Costs
+/// a look at a counter while nobody listens.
 void report_lines_delivery(std::string_view delivery);
 
 #endif

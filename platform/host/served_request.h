@@ -11,4 +11,12 @@ inline std::atomic<uint32_t> host_served_request{0};
 /// Milliseconds that this request gives the modem; 0 when nobody has said. Set before host_served_request.
 inline std::atomic<int32_t> host_served_limit_ms{0};
 
+/// The client whose request it is, and what it calls it. The main thread's own.
+struct served_asker {
+    int32_t process = -1; ///< -1 while none is served
+    int32_t id = 0;
+    uint32_t seq = 0;
+};
+inline served_asker host_served_asker;
+
 #endif

@@ -13,6 +13,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
+#include "at_proxy.h"
 #include "futex_word.h"
 #include "host_start.h"
 #include "main_wait.h"
@@ -52,6 +53,8 @@ static void yield_before_sleep()
 /// Waits for descriptors and handles what came.
 static void wait_for_descriptors(int wait_ms)
 {
+    if (wait_ms != 0)
+        at_proxy_read_there();
     std::array<epoll_event, 64> came;
     const int count = epoll_wait(wait_fd, came.data(), came.size(), wait_ms);
     for (int i = 0; i < count; ++i) {
@@ -179,6 +182,7 @@ uint32_t main_wait_count()
 
 void VLK_sleep(uint32_t milliseconds)
 {
+    at_proxy_read_there();
     const int64_t deadline = monotonic_ns() + int64_t{milliseconds} * 1'000'000;
     do {
         service_alive();

@@ -182,6 +182,64 @@ TEST(AtQuestion, ALongRawAnswerSaysThatItIsCut)
     }
 }
 
+TEST(AtQuestion, WhatTheModemSaidIsReadAsATerminalShowsIt)
+{
+    constexpr bool ANSWER = true, MEANWHILE = false;
+    const std::string head = "\r\n+CMGL: 1,\"REC READ\",\"+1\",,\"26/01/01\"\r\n";
+    const struct {
+        const char *command;
+        std::vector<at_text> said;
+        texts lines;
+        const char *final_result = "OK";
+        bool cut = false;
+    } cases[] = {
+        // pieces end anywhere, reports come between them
+        {"ATI", {{"\r\nlong", ANSWER}, {" line\r\n\r\nOK\r\n", ANSWER}}, {"long line"}},
+        {"AT+CCID", {{"\r\n+ICCID: 89\r\n", MEANWHILE}, {"\r\nOK\r\n", ANSWER}}, {"+ICCID: 89"}},
+        {"AT+CMGS=5", {{"\r\n> ", ANSWER}, {"+CMGS: 7\r\n\r\nOK\r\n", ANSWER}}, {"+CMGS: 7"}},
+        // reports of the command's own name
+        {"AT+CREG?", {{"\r\n+CREG: 5\r\n\r\n+CREG: 2,1\r\n\r\nOK\r\n", ANSWER}}, {"+CREG: 2,1"}},
+        {"AT+CREG?", {{"\r\n+CREG: 5\r\n\r\nOK\r\n", ANSWER}}, {"+CREG: 5"}}, // this modem's own way
+        {"AT+CREG=?", {{"\r\n+CREG: 5\r\n\r\n+CREG: (0-2)\r\n\r\nOK\r\n", ANSWER}}, {"+CREG: (0-2)"}},
+        {"AT+CREG=2", {{"\r\n+CREG: 1,\"1A2B\"\r\n\r\nOK\r\n", ANSWER}}, {}},
+        {"AT+CLIP?", {{"\r\n+CLIP: \"+49\",145\r\n\r\n+CLIP: 1,1\r\n\r\nOK\r\n", ANSWER}}, {"+CLIP: 1,1"}},
+        {"AT+CCWA=1,2",
+         {{"\r\n+CCWA: 1,1\r\n\r\n+CCWA: \"+49\",145,1\r\n\r\n+CCWA: 0,4\r\n\r\nOK\r\n", ANSWER}},
+         {"+CCWA: 1,1", "+CCWA: 0,4"}},
+        {"AT+CUSD?", {{"\r\n+CUSD: 1\r\n\r\n+CUSD: 0,\"x\",15\r\n\r\nOK\r\n", ANSWER}}, {"+CUSD: 1"}},
+        // the end of the answer, and what looks like it
+        {"AT+X?", {{"\r\n+CME ERROR: 10\r\n", ANSWER}}, {}, "+CME ERROR: 10"},
+        {"ATD*99#", {{"\r\nCONNECT 115200\r\n", ANSWER}}, {}, "CONNECT 115200"},
+        {"ATI", {{"\r\nERROR: 5\r\n", ANSWER}}, {}, "ERROR: 5"},
+        {"ATI", {{"\r\nOKI Modem\r\n", ANSWER}}, {"OKI Modem"}, "OK", true},
+        {"AT+CMGL=\"ALL\"", {{head + "OK\r\n", ANSWER}}, {head.substr(2, head.size() - 4), "OK"}, "OK", true},
+        {"AT+CMGL=\"ALL\"", {{head + "a\r\n\r\nOK\r\n", ANSWER}}, {head.substr(2, head.size() - 4), "a"}},
+        {"AT+CMGL=\"ALL\"",
+         {{"+CREG: 1\r\n", MEANWHILE}, {head + "\r\nOK\r\n", ANSWER}},
+         {head.substr(2, head.size() - 4)},
+         "OK",
+         true},
+        {"AT+CMGL=\"ALL\"",
+         {{"\r\n+CREG: 1\r\n", MEANWHILE}, {head + "a\r\n\r\nOK\r\n", ANSWER}},
+         {head.substr(2, head.size() - 4), "a"}},
+        {"AT+CMGL=4", {{"\r\n+CMGL: 1,1,,24\r\n0004AA\r\nOK\r\n", ANSWER}}, {"+CMGL: 1,1,,24", "0004AA"}},
+    };
+    for (const auto &each : cases) {
+        SCOPED_TRACE(each.command);
+        const std::string_view end = each.final_result;
+        const int32_t code = end.starts_with("OK")        ? AT_OK
+                             : end.starts_with("CONNECT") ? AT_CONNECT
+                             : end.starts_with("ERROR")   ? AT_ERROR
+                                                          : AT_CME_ERROR;
+        const std::optional<at_answer> answer = read_answer_text(question_of(each.command), each.said, code);
+        ASSERT_TRUE(answer.has_value());
+        EXPECT_THAT(answer->lines, ElementsAreArray(each.lines));
+        EXPECT_EQ(answer->final_result, end);
+        EXPECT_EQ(answer->cut, each.cut);
+    }
+    EXPECT_FALSE(read_answer_text(question_of("ATI"), {{"\r\nbegun\r\n", ANSWER}}, AT_OK).has_value());
+}
+
 TEST(AtQuestion, CommandLinesAreDividedWhereTheModemWouldDivideThem)
 {
     const std::pair<const char *, texts> cases[] = {

@@ -52,7 +52,7 @@ TEST(Records, WhatTheDaemonWouldCutDropOrMisreadIsRefused)
     EXPECT_EQ(vlk_fill_command(&record, "at", string(64, '+').c_str(), VLK_PLAIN, 7), VLK_INVALID);
 }
 
-struct ClientTest : testing::Test {
+struct Client : testing::Test {
     fake_daemon daemon;
     const vlk_place place = daemon.place();
     vlk_client *client = nullptr;
@@ -85,7 +85,7 @@ host_packet event(uint32_t code, uint32_t missed = 0)
     return {HOST_EVENT, 19, code, 1, 2, missed, "", 0};
 }
 
-TEST_F(ClientTest, AReplyIsTakenBySeq)
+TEST_F(Client, AReplyIsTakenBySeq)
 {
     record.Id = -12345; // the caller's own
     ASSERT_EQ(vlk_send(client, &record, 0), VLK_OK) << vlk_last_error();
@@ -118,7 +118,7 @@ TEST_F(ClientTest, AReplyIsTakenBySeq)
     EXPECT_EQ(WEXITSTATUS(status), VLK_INVALID) << "it would take its parent's replies";
 }
 
-TEST_F(ClientTest, ADaemonThatTakesNoMoreIsWaitedFor)
+TEST_F(Client, ADaemonThatTakesNoMoreIsWaitedFor)
 {
     int queued = 0;
     while (vlk_send(client, &record, 0) == VLK_OK)
@@ -133,7 +133,7 @@ TEST_F(ClientTest, ADaemonThatTakesNoMoreIsWaitedFor)
     EXPECT_EQ(sent.get(), VLK_OK) << "not woken";
 }
 
-TEST_F(ClientTest, AWaitEndsWhenTheReplyComesOrTheDaemonGoesAndWithdrawsWhenItsTimeIsOver)
+TEST_F(Client, AWaitEndsWhenTheReplyComesOrTheDaemonGoesAndWithdrawsWhenItsTimeIsOver)
 {
     const auto expect_end = [this](auto play, int32_t limit_ms, int expected, const char *fault) {
         auto result = std::async(std::launch::async, vlk_exchange, client, &record, &record, limit_ms);
@@ -151,7 +151,7 @@ TEST_F(ClientTest, AWaitEndsWhenTheReplyComesOrTheDaemonGoesAndWithdrawsWhenItsT
     EXPECT_EQ(vlk_exchange(client, &record, &record, -1), VLK_INVALID) << "never answered";
 }
 
-TEST_F(ClientTest, WithoutAModemCommandsFailAtOnceUnlessTheyAreToWait)
+TEST_F(Client, WithoutAModemCommandsFailAtOnceUnlessTheyAreToWait)
 {
     daemon.set_modem("absent", "/dev/ttyX is missing");
     EXPECT_EQ(vlk_exchange(client, &record, &record, -1), VLK_NO_MODEM);
@@ -169,7 +169,7 @@ TEST_F(ClientTest, WithoutAModemCommandsFailAtOnceUnlessTheyAreToWait)
     EXPECT_EQ(vlk_send(client, &record, 0), VLK_OK) << "it was there: the daemon knows what to do";
 }
 
-TEST_F(ClientTest, AFolderThatADeadDaemonLeftIsNoDaemon)
+TEST_F(Client, AFolderThatADeadDaemonLeftIsNoDaemon)
 {
     vlk_status status;
     ASSERT_EQ(vlk_get_status(&place, &status), VLK_OK) << vlk_last_error();
@@ -187,7 +187,7 @@ TEST_F(ClientTest, AFolderThatADeadDaemonLeftIsNoDaemon)
     vlk_close(other);
 }
 
-TEST_F(ClientTest, WhatComesBeforeAnAnswerIsKeptInOrderWithItsGaps)
+TEST_F(Client, WhatComesBeforeAnAnswerIsKeptInOrderWithItsGaps)
 {
     daemon.send(event(1));
     daemon.send(event(2, 7));
@@ -211,7 +211,7 @@ TEST_F(ClientTest, WhatComesBeforeAnAnswerIsKeptInOrderWithItsGaps)
     EXPECT_EQ(vlk_hub_send(hub, VLK_UNINSTALL_DATACARD, nullptr, 0), VLK_NOT_RUNNING) << "or SIGPIPE";
 }
 
-TEST_F(ClientTest, ARequestGetsItsOwnReplyAndNoOverflowGoesUnnoticed)
+TEST_F(Client, ARequestGetsItsOwnReplyAndNoOverflowGoesUnnoticed)
 {
     auto result = std::async(std::launch::async, vlk_hub_request, hub, 31, 31008, nullptr, 0, &packet, 5000);
     host_packet reply = daemon.receive();

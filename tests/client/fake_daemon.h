@@ -48,6 +48,7 @@ public:
         hang_up_clients();
         for (const int fd : {commands_, hub_})
             close(fd);
+        newcomers_.push_back(std::exchange(answers_, -1));
         for (const int fd : std::exchange(newcomers_, {}))
             close(fd);
     }
@@ -66,12 +67,13 @@ public:
     {
         EXPECT_EQ(::send(asker_, &reply, size, MSG_NOSIGNAL), ssize_t(size));
     }
-    void answer(at_cmd_msg request, std::string_view text, int32_t ret_val) const
+    void answer(at_cmd_msg request, std::string_view text, int32_t ret_val)
     {
         memset(&request.snd_rcv_msg, 0, sizeof request.snd_rcv_msg);
         text.copy(request.snd_rcv_msg.rmsg, MAX_ATCMD_REPORT_SIZE);
         request.snd_rcv_msg.rsp_len = static_cast<uint32_t>(text.size());
         request.snd_rcv_msg.ret_val = ret_val;
+        tell_answer(request, text);
         queue_reply(request);
     }
     void hang_up_clients()
@@ -178,8 +180,35 @@ private:
             const std::scoped_lock lock(mutex_);
             if (is_readable(hub_))
                 newcomers_.push_back(accept4(hub_, nullptr, nullptr, SOCK_CLOEXEC));
-            std::erase_if(newcomers_, [this](int fd) { return answer_status(fd); });
+            std::erase_if(newcomers_, [this](int fd) { return serve_newcomer(fd); });
         }
+    }
+    /// As the hub tells it the asker, if that takes answers.
+    void tell_answer(const at_cmd_msg &reply, std::string_view text)
+    {
+        const std::scoped_lock lock(mutex_);
+        const std::string final_result = vlk_final_result(reply.snd_rcv_msg.ret_val);
+        if (answers_ < 0 || has_hung_up(answers_) || reply.snd_rcv_msg.ret_val <= 0)
+            return;
+        host_packet packet{};
+        packet.kind = HOST_ANSWER_TEXT;
+        packet.code = reply.seq;
+        packet.value1 = reply.Id;
+        packet.value2 = HOST_ANSWER_OWN;
+        send_to(answers_, packet, "\r\n" + std::string(text) + "\r\n\r\n" + final_result + "\r\n");
+    }
+    /// Whether the newcomer is served: it asked for the status, which ends it, or it takes answers.
+    bool serve_newcomer(int fd)
+    {
+        host_packet packet{};
+        recv(fd, &packet, sizeof packet, MSG_PEEK | MSG_DONTWAIT);
+        if (packet.kind != HOST_SUBSCRIBE || packet.value1 != HOST_TAKE_ANSWERS)
+            return answer_status(fd);
+        recv(fd, &packet, sizeof packet, 0);
+        packet.kind = HOST_SUBSCRIBED;
+        send_to(fd, packet, "");
+        close(std::exchange(answers_, fd));
+        return true;
     }
     bool answer_status(int fd) const
     {
@@ -197,9 +226,10 @@ private:
         return true;
     }
 
-    std::mutex mutex_; ///< of the next two
+    std::mutex mutex_; ///< of the next three
     std::string modem_ = "modem.state ready\n";
     std::vector<int> newcomers_; ///< at the hub
+    int answers_ = -1;           ///< the listener that takes answers
 
     std::vector<int> clients_;
     int asker_ = -1;

@@ -27,7 +27,7 @@ struct reply {
 };
 const reply OK = {"", AT_OK};
 
-struct SmsVlkctlTest : testing::Test {
+struct SmsVlkctl : testing::Test {
     fake_daemon daemon;
     std::vector<string> requests;
 
@@ -47,7 +47,7 @@ struct SmsVlkctlTest : testing::Test {
     }
 };
 
-TEST_F(SmsVlkctlTest, SentIsSaidOnlyWhenTheModemConfirmed)
+TEST_F(SmsVlkctl, SentIsSaidOnlyWhenTheModemConfirmed)
 {
     const string two_parts = random_text::repeated("€", 100);
     const struct {
@@ -126,7 +126,7 @@ TEST_F(SmsVlkctlTest, SentIsSaidOnlyWhenTheModemConfirmed)
             {"to", "12"}, {"parts", 2}, {"sent", false}, {"references", {7}}, {"error", "+CMS ERROR: 38"}}));
 }
 
-TEST_F(SmsVlkctlTest, ADryRunPrintsWhatWouldBeSent)
+TEST_F(SmsVlkctl, ADryRunPrintsWhatWouldBeSent)
 {
     process vlkctl = start(
         {"send", "--to", "+4912", "--flash", "--report", "--smsc", "+49171", "--valid", "24", "--dry-run"});
@@ -167,7 +167,7 @@ string listed(const char *head, const string &hex)
     return head + std::to_string(hex.size() / 2 - 1) + "\r\n" + hex + "\r\n";
 }
 
-TEST_F(SmsVlkctlTest, AListJoinsPartsAndIsNoTerminalsMaster)
+TEST_F(SmsVlkctl, AListJoinsPartsAndIsNoTerminalsMaster)
 {
     const string list = listed("+CMGL: 2,1,,", delivered("12", "second", 2, 2)) +
                         listed("+CMGL: 5,0,,", delivered("12", "first, ", 1, 2)) +
@@ -203,7 +203,7 @@ vlk_sms_content content(uint32_t id, const string &hex)
     return made;
 }
 
-TEST_F(SmsVlkctlTest, AWatchShowsWhatComes)
+TEST_F(SmsVlkctl, AWatchShowsWhatComes)
 {
     process sending = start({"send", "--to", "+31628870634", "--report", "hi"});
     answer({OK, {"+CMGS: 214", AT_OK}});

@@ -23,7 +23,7 @@ struct vlkctl : process {
     explicit vlkctl(const string &arguments) : process({"/bin/sh", "-c", VLKCTL " " + arguments + " 2>&1"}) {}
 };
 
-struct VlkctlTest : testing::Test {
+struct VlkctlProgram : testing::Test {
     fake_daemon daemon;
 
     /// Runs it, answers its request and expects this exit code. Returns what it said.
@@ -37,7 +37,7 @@ struct VlkctlTest : testing::Test {
     }
 };
 
-TEST_F(VlkctlTest, ExitCodesAndOutputSayHowACommandEnded)
+TEST_F(VlkctlProgram, ExitCodesAndOutputSayHowACommandEnded)
 {
     struct {
         const char *arguments;
@@ -67,7 +67,7 @@ TEST_F(VlkctlTest, ExitCodesAndOutputSayHowACommandEnded)
     EXPECT_THAT(run("at AT+X --wait-modem 0.2", "", NO_REQUEST, 7), HasSubstr("the modem is released"));
 }
 
-TEST_F(VlkctlTest, JsonStaysValidWhateverTheModemSays)
+TEST_F(VlkctlProgram, JsonStaysValidWhateverTheModemSays)
 {
     const string odd = "+X: \"\xFF\xC3\x1B\x01\\";
     const string shown = run("at AT+X --json --multi-line --expect +X", odd + "\r\n" + odd + "\r\n", 2, 0);
@@ -79,7 +79,7 @@ TEST_F(VlkctlTest, JsonStaysValidWhateverTheModemSays)
                 HasSubstr("\n{\"error\":\"no daemon is running in /nowhere"));
 }
 
-TEST_F(VlkctlTest, ATerminalIsNotControlledByTheModem)
+TEST_F(VlkctlProgram, ATerminalIsNotControlledByTheModem)
 {
     int terminal = -1;
     const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
@@ -113,7 +113,7 @@ host_packet packet_to(const string &target, uint32_t code)
     return packet;
 }
 
-TEST_F(VlkctlTest, MonitorReadsEveryRecordOfTheDaemon)
+TEST_F(VlkctlProgram, MonitorReadsEveryRecordOfTheDaemon)
 {
     struct {
         const char *target;
@@ -183,7 +183,7 @@ TEST_F(VlkctlTest, MonitorReadsEveryRecordOfTheDaemon)
     }
 }
 
-TEST_F(VlkctlTest, MonitorShowsAMessagesSenderAndText)
+TEST_F(VlkctlProgram, MonitorShowsAMessagesSenderAndText)
 {
     const char *const pdu = "07912120550501F0040A9194511132540000621010210000400BC8329BFD06D1D1657919";
     vlk_sms_content arrived{1, 28, ""};
@@ -195,7 +195,7 @@ TEST_F(VlkctlTest, MonitorShowsAMessagesSenderAndText)
     EXPECT_THAT(monitor.out, HasSubstr(string(pdu) + "\" = \"from +4915112345: Hello there\""));
 }
 
-TEST_F(VlkctlTest, MonitorNamesWhatItKnowsAndHidesNothing)
+TEST_F(VlkctlProgram, MonitorNamesWhatItKnowsAndHidesNothing)
 {
     const auto send_all = [this] {
         daemon.subscribe_listener();

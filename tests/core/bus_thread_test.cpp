@@ -10,7 +10,7 @@ using testing::ElementsAre;
 namespace
 {
 
-using bus_thread_test = daemon_test;
+using BusThread = daemon_test;
 
 /// What VlkStopNetScan answers: its reply, or -1 for none.
 int64_t stop()
@@ -30,7 +30,7 @@ int64_t stop()
 
 } // namespace
 
-TEST_F(bus_thread_test, the_thread_registers_runs_the_loop_and_ends_with_it)
+TEST_F(BusThread, TheThreadRegistersRunsTheLoopAndEndsWithIt)
 {
     fake::send_on_bus({{34821, {}, 0}, {0x1234, {}, 0xAB}});
     pthread_t thread;
@@ -42,7 +42,7 @@ TEST_F(bus_thread_test, the_thread_registers_runs_the_loop_and_ends_with_it)
                                            "K7_App_Ungister()", "QEP_MSG_DefaultMsgProc(4660)"));
 }
 
-TEST_F(bus_thread_test, stops_a_network_scan_and_nothing_else)
+TEST_F(BusThread, StopsANetworkScanAndNothingElse)
 {
     const struct {
         const char *fault;
@@ -75,7 +75,7 @@ TEST_F(bus_thread_test, stops_a_network_scan_and_nothing_else)
     });
 }
 
-TEST_F(bus_thread_test, no_transaction_leaves_a_running_command_behind)
+TEST_F(BusThread, NoTransactionLeavesARunningCommandBehind)
 {
     for (const char *failing : {"", "k7_send"}) {
         for (const char *answer : {"ERROR\r\n", ""}) {

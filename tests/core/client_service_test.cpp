@@ -10,7 +10,7 @@ using testing::IsEmpty;
 namespace
 {
 
-using client_service_test = daemon_test;
+using ClientService = daemon_test;
 
 constexpr char NOT_SERVED[] = "send_to_msgqueue the cmd rsp error ,retcode = < 0>!\n";
 constexpr char UNKNOWN_REPORT[] = "send_to_msgqueue the cmd rsp error ,retcode = < 1>!\n";
@@ -32,7 +32,7 @@ int serve(const at_cmd_msg &request)
 
 } // namespace
 
-TEST_F(client_service_test, serves_by_request_type)
+TEST_F(ClientService, ServesByRequestType)
 {
     const std::string x1508 = "AT" + repeat('x', 1506);
     const struct {
@@ -72,7 +72,7 @@ TEST_F(client_service_test, serves_by_request_type)
     });
 }
 
-TEST_F(client_service_test, drops_what_is_no_command)
+TEST_F(ClientService, DropsWhatIsNoCommand)
 {
     for (const char *text : {"+CSQ", "A", "", "A T", "XAT"}) {
         EXPECT_EQ(serve(request_of(AT_COMMAND, text)), -1) << text;
@@ -84,7 +84,7 @@ TEST_F(client_service_test, drops_what_is_no_command)
     EXPECT_THAT(fake::seen().written, IsEmpty());
 }
 
-TEST_F(client_service_test, a_raw_network_list_gets_its_four_minutes)
+TEST_F(ClientService, ARawNetworkListGetsItsFourMinutes)
 {
     for (const char *text : {"AT+COPS=?", "AT+CSQ;+cops=?", "AT+Cops=?", "AT+COPS?"})
         EXPECT_EQ(serve(request_of(AT_RAW_COMMAND, text)), 0);
@@ -95,7 +95,7 @@ TEST_F(client_service_test, a_raw_network_list_gets_its_four_minutes)
     EXPECT_THAT(fake::seen().waits, ElementsAre(240000, 240000, 3000, 3000, 3000, 3000));
 }
 
-TEST_F(client_service_test, takes_pending_modem_data_without_parsing_or_answering)
+TEST_F(ClientService, TakesPendingModemDataWithoutParsingOrAnswering)
 {
     for (const char *chunk : {"+CMTI: \"SM\",1\r\n", "second"})
         EXPECT_EQ(fake::deliver(chunk), 0);

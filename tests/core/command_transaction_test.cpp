@@ -9,14 +9,14 @@ using testing::IsEmpty;
 namespace
 {
 
-using command_transaction_test = daemon_test;
+using CommandTransaction = daemon_test;
 
 constexpr char REPORT[] = "+CTZV: +08\r\n";
 constexpr char OK[] = "\r\nOK\r\n";
 
 } // namespace
 
-TEST_F(command_transaction_test, writes_each_command_with_exactly_one_cr)
+TEST_F(CommandTransaction, WritesEachCommandWithExactlyOneCr)
 {
     const std::string x1538 = "AT" + repeat('x', 1536);
     const struct {
@@ -46,7 +46,7 @@ TEST_F(command_transaction_test, writes_each_command_with_exactly_one_cr)
     });
 }
 
-TEST_F(command_transaction_test, refuses_a_prefix_without_end_untouched)
+TEST_F(CommandTransaction, RefusesAPrefixWithoutEndUntouched)
 {
     const at_cmd_msg before = command("AT", repeat('M', 64));
     at_cmd_msg msg = before;
@@ -56,7 +56,7 @@ TEST_F(command_transaction_test, refuses_a_prefix_without_end_untouched)
     EXPECT_THAT(fake::seen().written, IsEmpty());
 }
 
-TEST_F(command_transaction_test, keeps_within_the_time_allowed)
+TEST_F(CommandTransaction, KeepsWithinTheTimeAllowed)
 {
     const struct {
         const char *fault;
@@ -93,7 +93,7 @@ TEST_F(command_transaction_test, keeps_within_the_time_allowed)
     });
 }
 
-TEST_F(command_transaction_test, neither_command_nor_answer_is_traced)
+TEST_F(CommandTransaction, NeitherCommandNorAnswerIsTraced)
 {
     fake::on_write("AT+CPIN=SECRET\r",
                    {{0, "SECRET\r\n+X: SECRET\r\n+CMGR: SECRET\r\n"}, {0, "OK\r\nSECRET\r\n"}});

@@ -17,7 +17,7 @@ using namespace std::string_literals;
 namespace
 {
 
-using faults_test = daemon_test;
+using Faults = daemon_test;
 using texts = std::vector<std::string>;
 
 constexpr int32_t NO_REPLY = -99;
@@ -52,7 +52,7 @@ int32_t reply()
 
 } // namespace
 
-TEST_F(faults_test, each_has_its_outcome)
+TEST_F(Faults, EachHasItsOutcome)
 {
     const struct {
         const char *failing;
@@ -229,7 +229,7 @@ texts run_session(int failing)
 
 } // namespace
 
-TEST_F(faults_test, one_failure_anywhere_costs_one_thing_and_the_daemon_goes_on)
+TEST_F(Faults, OneFailureAnywhereCostsOneThingAndTheDaemonGoesOn)
 {
     EXPECT_EQ(run_session(INT_MAX), texts({"1: 2", "2: 2", "3: 2", "5: 2", "6: 2", "7: 8", "8: 2"}));
     const auto all = told();

@@ -4,7 +4,7 @@
 namespace
 {
 
-using line_scanner_test = daemon_test;
+using LineScanner = daemon_test;
 
 /// Puts one chunk into the receive stream.
 void fill(const std::string &chunk)
@@ -39,7 +39,7 @@ std::vector<line> lines_of(const std::vector<std::string> &chunks)
 
 } // namespace
 
-TEST_F(line_scanner_test, frames_lines_by_cr_lf_only)
+TEST_F(LineScanner, FramesLinesByCrLfOnly)
 {
     const std::string longest = repeat('x', 1497);
     const struct {
@@ -66,7 +66,7 @@ TEST_F(line_scanner_test, frames_lines_by_cr_lf_only)
     check_each(cases, [](const auto &each) { EXPECT_EQ(lines_of(each.chunks), each.lines); });
 }
 
-TEST_F(line_scanner_test, takes_and_finds_unread_bytes_only)
+TEST_F(LineScanner, TakesAndFindsUnreadBytesOnly)
 {
     char taken[8] = {};
     fill("abcabcde");
@@ -83,7 +83,7 @@ TEST_F(line_scanner_test, takes_and_finds_unread_bytes_only)
     EXPECT_EQ(at_sm_is_rcv_buf_empty(&g_atSmStream), 0);
 }
 
-TEST_F(line_scanner_test, a_record_that_claims_more_than_it_can_hold_is_cut_to_its_data)
+TEST_F(LineScanner, ARecordThatClaimsMoreThanItCanHoldIsCutToItsData)
 {
     for (const char *length : {"\xDC\x05", "\xFF\xFF"}) { // 1500, 65535
         start_daemon();

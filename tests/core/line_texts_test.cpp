@@ -37,7 +37,7 @@ std::string random_line(std::mt19937 &random)
 
 } // namespace
 
-TEST(line_texts_test, are_those_that_a_walk_of_the_lists_finds)
+TEST(LineTexts, AreThoseThatAWalkOfTheListsFinds)
 {
     std::mt19937 random(20260101);
     int reports = 0;

@@ -3,9 +3,9 @@
 
 using testing::ElementsAre;
 
-using modem_link_test = daemon_test;
+using ModemLink = daemon_test;
 
-TEST_F(modem_link_test, sends_bytes_as_they_are_once_the_send_function_is_there)
+TEST_F(ModemLink, SendsBytesAsTheyAreOnceTheSendFunctionIsThere)
 {
     fake::reset();
     fake::fail("K7_APP_RegCallBack", 1);
@@ -19,7 +19,7 @@ TEST_F(modem_link_test, sends_bytes_as_they_are_once_the_send_function_is_there)
     EXPECT_EQ(fake::seen().traces[0].file, "vlk_register");
 }
 
-TEST_F(modem_link_test, queues_a_delivery_whole_and_announces_it)
+TEST_F(ModemLink, QueuesADeliveryWholeAndAnnouncesIt)
 {
     const std::string longest = repeat('x', 1499);
     EXPECT_EQ(vlk_get_data_from_nas(6, "ab\0\r\n", 5), 0);
@@ -31,7 +31,7 @@ TEST_F(modem_link_test, queues_a_delivery_whole_and_announces_it)
                                      longest + repeat(0, 1) + "\xDB\x05", repeat(0, 1502)));
 }
 
-TEST_F(modem_link_test, refuses_what_it_cannot_queue_and_raises_no_event)
+TEST_F(ModemLink, RefusesWhatItCannotQueueAndRaisesNoEvent)
 {
     const std::string text = repeat('x', 1500);
     constexpr uint32_t small_in_16_bits = 0x10001;
@@ -45,7 +45,7 @@ TEST_F(modem_link_test, refuses_what_it_cannot_queue_and_raises_no_event)
     EXPECT_TRUE(fake::queued(VLK_QUEUE_NAS_DATA).empty());
 }
 
-TEST_F(modem_link_test, finds_card_states_anywhere_in_a_line)
+TEST_F(ModemLink, FindsCardStatesAnywhereInALine)
 {
     EXPECT_EQ(vlk_match_card_state("^CPINNTY:READY"), 0);
     EXPECT_EQ(vlk_match_card_state("noise ^CPINNTY:SIM PUK2"), 0);

@@ -10,14 +10,14 @@
 #include "vorlink/event_ring.h"
 #include "vorlink/state_machine.h"
 
-using null_arguments_test = daemon_test;
+using NullArguments = daemon_test;
 
 static std::vector<int> results(auto... each)
 {
     return {each...};
 }
 
-TEST_F(null_arguments_test, are_refused)
+TEST_F(NullArguments, AreRefused)
 {
     at_cmd_msg msg{};
     char text[] = "RING";

@@ -4,9 +4,9 @@
 
 using testing::ElementsAre;
 
-using recognition_test = daemon_test;
+using Recognition = daemon_test;
 
-TEST_F(recognition_test, final_results_stand_at_the_start_of_a_line)
+TEST_F(Recognition, FinalResultsStandAtTheStartOfALine)
 {
     constexpr int32_t NONE = -77;
     const struct {
@@ -27,7 +27,7 @@ TEST_F(recognition_test, final_results_stand_at_the_start_of_a_line)
     }
 }
 
-TEST_F(recognition_test, reports_pass_the_gate_and_are_not_the_answer)
+TEST_F(Recognition, ReportsPassTheGateAndAreNotTheAnswer)
 {
     const std::string name62 = "+" + repeat('N', 61); // a line's prefix of 62 characters
     const std::string hidden = "AT" + repeat('A', 59) + "+XYZ";
@@ -47,6 +47,7 @@ TEST_F(recognition_test, reports_pass_the_gate_and_are_not_the_answer)
         {"a prefix anywhere in the line counts", "AT", 0, "^X +CLIP: 1", 0, 8},
         {"the earlier row wins, not the earlier place", "AT", 0, "^CEND +CLIP", 0, 8},
         {"the longer prefix stands first", "AT", 0, "^NDISSTATEX: 1,1", 0, 55},
+        {"^HCMGS: must not be taken for ^HCMGSF", "AT", 0, "^HCMGS: 5", 0, -1},
         {"an index report is not its message", "AT", 0, "+CMTI: \"SM\",1", 0, 0},
         {"a known report wins over the running command", "AT+CREG?", 0, "+CREG: 0,1", 0, 14},
         {"a row without handler consumes", "AT^CARDLOCKNTY", 5, "^CARDLOCKNTY: 1", 0, 41},
@@ -74,7 +75,7 @@ TEST_F(recognition_test, reports_pass_the_gate_and_are_not_the_answer)
     });
 }
 
-TEST_F(recognition_test, a_cell_broadcast_reaches_its_handler_with_its_pdu)
+TEST_F(Recognition, ACellBroadcastReachesItsHandlerWithItsPdu)
 {
     const std::string pdu = "0011AABB";
     const struct {

@@ -5,7 +5,7 @@ using testing::Each;
 namespace
 {
 
-using response_assembly_test = daemon_test;
+using ResponseAssembly = daemon_test;
 
 constexpr int32_t TEXT_LENGTH = -1;
 
@@ -60,7 +60,7 @@ std::string m(std::size_t count)
 
 } // namespace
 
-TEST_F(response_assembly_test, collects_by_mode)
+TEST_F(ResponseAssembly, CollectsByMode)
 {
     check({
         {"plain joins lines", PLAIN, "", "ab~cd~OK~", 2, "abcd"},
@@ -79,7 +79,7 @@ TEST_F(response_assembly_test, collects_by_mode)
     });
 }
 
-TEST_F(response_assembly_test, asks_its_questions_in_order)
+TEST_F(ResponseAssembly, AsksItsQuestionsInOrder)
 {
     const std::string endless = repeat('M', 64);
     check({
@@ -87,6 +87,8 @@ TEST_F(response_assembly_test, asks_its_questions_in_order)
         {"the expected prefix before a report", PLAIN, "+CMTI:", "+CMTI: 1~OK~", 2, "+CMTI: 1"},
         {"the expected prefix before a result", PLAIN, "ERR", "ERROR X~OK~", 2, "ERROR X"},
         {"an expected OK never ends", PLAIN, "OK", "OK~", 99, "", 77},
+        {"a prefix of 63 bytes counts to its last", MULTI, repeat('M', 63),
+         repeat('M', 62) + "N~" + repeat('M', 63) + "~OK~", 2, repeat('M', 62) + "N" + repeat('M', 63) + "~"},
         {"a prefix without end", PLAIN, endless, "x" + endless + "~MMM~OK~", 2, "x" + endless + "MMM"},
         {"a result before a report", PLAIN, "", "CONNECT 9600~", 11, ""},
         {"the pass goes on behind a card state", PLAIN, "+X:", "+X: 1~^CPINNTY:READY~b~OK~", 2, "+X: 1b"},
@@ -98,7 +100,7 @@ TEST_F(response_assembly_test, asks_its_questions_in_order)
     });
 }
 
-TEST_F(response_assembly_test, without_a_result_only_reports_touch_ret_val_and_cut_lines_are_lines)
+TEST_F(ResponseAssembly, WithoutAResultOnlyReportsTouchRetValAndCutLinesAreLines)
 {
     check({
         {"nothing but line ends", PLAIN, "", "~~", 99, "", 77},
@@ -115,7 +117,7 @@ TEST_F(response_assembly_test, without_a_result_only_reports_touch_ret_val_and_c
     });
 }
 
-TEST_F(response_assembly_test, messages_keep_header_and_body_apart)
+TEST_F(ResponseAssembly, MessagesKeepHeaderAndBodyApart)
 {
     check({
         {"a header keeps its end", PLAIN, "+CMGR:", "+CMGR: 0,,2~0791~OK~", 2, "+CMGR: 0,,2~0791"},
@@ -130,7 +132,7 @@ TEST_F(response_assembly_test, messages_keep_header_and_body_apart)
     });
 }
 
-TEST_F(response_assembly_test, overlong_responses_restart_or_are_cut)
+TEST_F(ResponseAssembly, OverlongResponsesRestartOrAreCut)
 {
     const std::string begin = x(1490) + "~|"; // 1490 bytes collected
     check({
@@ -160,10 +162,12 @@ TEST_F(response_assembly_test, overlong_responses_restart_or_are_cut)
         {"raw: full to the last byte", RAW, "+M:", x(1488) + "~|" + m(10) + "~foo~OK~", 2,
          x(1488) + "~" + m(9)},
         {"raw: expected lines go past all room", RAW, "+M:", begin + m(20) + "~foo~OK~", 2, "foo~~OK~"},
+        {"raw: nothing stays of a line before the overflow, in the same delivery", RAW,
+         "+M:", x(1485) + "~|foo~" + m(20) + "~bar~OK~", 2, "bar~~OK~"},
     });
 }
 
-TEST_F(response_assembly_test, what_is_left_begins_the_next_response)
+TEST_F(ResponseAssembly, WhatIsLeftBeginsTheNextResponse)
 {
     const struct {
         const char *fault;

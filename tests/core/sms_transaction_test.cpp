@@ -7,7 +7,7 @@ using testing::ElementsAre;
 namespace
 {
 
-using sms_transaction_test = daemon_test;
+using SmsTransaction = daemon_test;
 
 constexpr char HEAD[] = "AT+CMGS=2\r"; // 10 bytes
 constexpr char TEXT[] = "AT+CMGS=2\rAABB\x1A";
@@ -20,7 +20,7 @@ constexpr char REFUSED[] = "\r\n+CMS ERROR: 304\r\n";
 
 } // namespace
 
-TEST_F(sms_transaction_test, knows_its_commands)
+TEST_F(SmsTransaction, KnowsItsCommands)
 {
     for (const char *text : {"AT+CMGS=23", "at+cmgw=1", "AT^HCMGS=5", "At^hCmgW=", "AT+CMGS="})
         EXPECT_EQ(at_cmd_is_smssw(text), 0) << text;
@@ -28,7 +28,7 @@ TEST_F(sms_transaction_test, knows_its_commands)
         EXPECT_EQ(at_cmd_is_smssw(text), -1) << text;
 }
 
-TEST_F(sms_transaction_test, runs_the_exchange_in_two_phases)
+TEST_F(SmsTransaction, RunsTheExchangeInTwoPhases)
 {
     const struct {
         const char *fault;
@@ -72,7 +72,7 @@ TEST_F(sms_transaction_test, runs_the_exchange_in_two_phases)
     });
 }
 
-TEST_F(sms_transaction_test, sends_the_pdu_to_its_ctrl_z_and_nothing_else)
+TEST_F(SmsTransaction, SendsThePduToItsCtrlZAndNothingElse)
 {
     const std::string full = repeat('A', 1527) + "\x1A"; // its two NULs end the area
     const std::string refused;
@@ -98,7 +98,7 @@ TEST_F(sms_transaction_test, sends_the_pdu_to_its_ctrl_z_and_nothing_else)
     }
 }
 
-TEST_F(sms_transaction_test, refuses_what_is_no_exchange)
+TEST_F(SmsTransaction, RefusesWhatIsNoExchange)
 {
     for (const at_cmd_msg &refused : {
              command("AT+CMGS=2", "+CMGS:"),                                       // no CR
@@ -116,7 +116,7 @@ TEST_F(sms_transaction_test, refuses_what_is_no_exchange)
     EXPECT_TRUE(fake::seen().written.empty());
 }
 
-TEST_F(sms_transaction_test, is_not_the_current_command)
+TEST_F(SmsTransaction, IsNotTheCurrentCommand)
 {
     at_cmd_msg normal = command("AT+XYZ", "", 0);
     EXPECT_EQ(at_send_normal_cmd_msg(&normal, &retcode), -1);

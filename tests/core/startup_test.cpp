@@ -23,11 +23,11 @@ std::string content(const std::string &path)
     return text.str();
 }
 
-using startup_test = daemon_test;
+using Startup = daemon_test;
 
 } // namespace
 
-TEST_F(startup_test, goes_through_its_steps_in_order)
+TEST_F(Startup, GoesThroughItsStepsInOrder)
 {
     fake::reset();
     EXPECT_EQ(start(), 0);
@@ -58,7 +58,7 @@ TEST_F(startup_test, goes_through_its_steps_in_order)
     EXPECT_EQ(g_rssiReportBuf.ret_val, 2);
 }
 
-TEST_F(startup_test, replaces_what_an_earlier_run_left)
+TEST_F(Startup, ReplacesWhatAnEarlierRunLeft)
 {
     std::ofstream(fake::path(PID_FILE)) << "99999999 of an earlier run\n";
     for (const uint32_t key : {1u, 2u, 3u})
@@ -81,7 +81,7 @@ TEST_F(startup_test, replaces_what_an_earlier_run_left)
     EXPECT_EQ(g_clientReqQid, -1) << "the id of the deleted queue must not stay";
 }
 
-TEST_F(startup_test, only_the_exact_argument_1_keeps_it_off_the_bus)
+TEST_F(Startup, OnlyTheExactArgument1KeepsItOffTheBus)
 {
     const std::pair<std::vector<const char *>, bool> cases[] = {
         {{}, true},     {{"1"}, false}, {{"1", "2"}, false}, {{"2", "1"}, true}, {{"01"}, true},

@@ -12,7 +12,7 @@ namespace
 constexpr char NO_FLAG[] = "fopen(/var/vlk_ready.flg, w+)";
 constexpr char CMEE_FAILED[] = "Error:vlk_cmee failed, ret=-1\n";
 
-using state_machine_test = daemon_test;
+using StateMachine = daemon_test;
 
 std::vector<at_state> run_passes(at_state state, int count)
 {
@@ -29,7 +29,7 @@ void request(const char *text)
 
 } // namespace
 
-TEST_F(state_machine_test, waits_for_the_modem_and_announces_readiness_whatever_it_answers)
+TEST_F(StateMachine, WaitsForTheModemAndAnnouncesReadinessWhateverItAnswers)
 {
     const struct {
         const char *fault;
@@ -70,7 +70,7 @@ TEST_F(state_machine_test, waits_for_the_modem_and_announces_readiness_whatever_
     });
 }
 
-TEST_F(state_machine_test, serves_a_request_before_modem_data_and_drops_the_third_event)
+TEST_F(StateMachine, ServesARequestBeforeModemDataAndDropsTheThirdEvent)
 {
     fake::fail("VLK_event_recv", 1);
     fake::deliver_later(60, "\r\nRING\r\n"); // the wait has no limit
@@ -93,7 +93,7 @@ TEST_F(state_machine_test, serves_a_request_before_modem_data_and_drops_the_thir
         << "an id that waits is not pushed again, an unknown state idles";
 }
 
-TEST_F(state_machine_test, serves_every_request_in_order_those_that_arrive_meanwhile_too)
+TEST_F(StateMachine, ServesEveryRequestInOrderThoseThatArriveMeanwhileToo)
 {
     request("AT1");
     request("AT2");
@@ -103,7 +103,7 @@ TEST_F(state_machine_test, serves_every_request_in_order_those_that_arrive_meanw
     EXPECT_EQ(fake::queued(VLK_QUEUE_CLIENT_REPLY).size(), 3u);
 }
 
-TEST_F(state_machine_test, drains_modem_data_and_accepts_that_there_is_none)
+TEST_F(StateMachine, DrainsModemDataAndAcceptsThatThereIsNone)
 {
     EXPECT_EQ(vlk_state_machine_pass(AT_PROCESS_NAS_S, false), AT_IDLE_S);
     EXPECT_TRUE(fake::seen().waits.empty()) << "an empty queue is not read";
@@ -113,7 +113,7 @@ TEST_F(state_machine_test, drains_modem_data_and_accepts_that_there_is_none)
     EXPECT_THAT(fake::calls(), testing::SizeIs(3));
 }
 
-TEST_F(state_machine_test, the_ring_holds_31_ids_wherever_it_starts)
+TEST_F(StateMachine, TheRingHolds31IdsWhereverItStarts)
 {
     for (const int offset : {0, 1, 30, 31}) {
         SCOPED_TRACE(offset);
@@ -136,7 +136,7 @@ TEST_F(state_machine_test, the_ring_holds_31_ids_wherever_it_starts)
     }
 }
 
-TEST_F(state_machine_test, the_sequence_counts_to_256_then_0)
+TEST_F(StateMachine, TheSequenceCountsTo256Then0)
 {
     uint32_t number = vlk_next_seq();
     for (int i = 0; i < 257; i++) {

@@ -7,7 +7,7 @@
 #include "vorlink/bus_thread.h"
 #include "vorlink/state_machine.h"
 
-using threads_test = daemon_test;
+using Threads = daemon_test;
 
 namespace
 {
@@ -77,7 +77,7 @@ void run_clients()
 
 } // namespace
 
-TEST_F(threads_test, everybody_is_served_while_all_ask_at_once)
+TEST_F(Threads, EverybodyIsServedWhileAllAskAtOnce)
 {
     fake::on_write("AT+CSQ\r", [] { EXPECT_EQ(fake::deliver("+CSQ: 20,99\r\nOK\r\n"), 0); });
     fake::on_write("AT^NETSCAN=20\r", [] {

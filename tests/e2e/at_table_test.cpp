@@ -42,6 +42,7 @@ const dialogue DIALOGUES[] = {
     {"AT+CESQ", {"+CESQ: 99,99,255,255,20,50"}},
     {"AT+CPAS", {"+CPAS: 0"}},
     {"AT+CBC", {"+CBC: 0,80"}},
+    {"AT+CLAC", {"&F", "D", "+CREG", "+CSQ", "^HCSQ", "+CRING", "+CMGL"}},
     {"AT+CREG?", {"+CREG: 2,1,\"1A2B\",\"0C3D4E5F\",7"}},
     {"AT+CGREG?", {"+CGREG: 0,1"}},
     {"AT+CEREG?", {"+CEREG: 0,5"}},
@@ -205,48 +206,128 @@ TEST(AtTable, VlkctlPrintsWhatATerminalShows)
     }
 }
 
-TEST(AtTable, LongAnswersAreAskedForInPiecesOrSayThatTheyAreCut)
+/// A dialogue with as many lines of that kind.
+static std::string lots(const std::string &command, int count, const std::string &line)
+{
+    return "command " + command + "\n    repeat " + std::to_string(count) + "\n        line " + line +
+           "\n    end\n    final OK\n";
+}
+
+TEST(AtTable, LongAnswersAreWholeAndWhatIsTooLongIsAskedForInPieces)
+{
+    const std::string entry =
+        ",\"1234567890123456789012345678\",129,\"SPRING or other, a long telephone book\"";
+    const std::string message = ",1,,24\\r\\n0004AABBCCDDEEFF00112233445566778899AABBCCDDEEFF00112233";
+    const struct {
+        const char *command;
+        int count;
+        std::string line; // with its number in front
+    } answers[] = {
+        {"AT+SET=1", 61, "+SET: {i},\"collected, this leaves one line\""},
+        {"AT+LIST?", 90, "+LIST: {i},\"a line of no great length\""},
+        {"AT^NETSCAN", 200, "^NETSCAN: {i},-95,3"}, // all of them look like reports
+        {"ATI3", 90, "line {i} of a long text"},
+        {"AT+CPBR=1,40", 40, "+CPBR: {i}" + entry},
+        {"AT+CPBR=1,400", 400,
+         "+CPBR: {i}" + entry}, // more than the daemon keeps: asked for again, in two pieces
+        {"AT+CMGL=4", 400, "+CMGL: {i}" + message}, // the same, one by one
+    };
+    std::string steps = "command AT+CPBR=?\n    line +CPBR: (1-400),40,14\n    final OK\n"
+                        "command AT+CPMS?\n    line +CPMS: \"SM\",400,400,\"SM\",400,400\n    final OK\n"
+                        "command AT+CMGR={n:#}\n    line +CMGR: " +
+                        message.substr(1) + "\n    final OK\n" +
+                        lots("AT+CPBR=1,234", 234, "+CPBR: {i}" + entry);
+    for (const auto &each : answers)
+        steps += lots(each.command, each.count, each.line);
+    steps += "command AT+CPBR=235,400\n";
+    for (int i = 235; i <= 400; ++i)
+        steps += "    line +CPBR: " + std::to_string(i) + entry + "\n";
+    steps += "    final OK\n";
+    system_under_test system;
+    system.start_modem(steps);
+    system.start_daemon();
+    for (const auto &each : answers) {
+        std::string expected;
+        for (int i = 1; i <= each.count; ++i) {
+            std::string line = each.line;
+            line.replace(line.find("{i}"), 3, std::to_string(i));
+            if (const size_t end = line.find("\\r\\n"); end != std::string::npos)
+                line.replace(end, 4, "\n");
+            expected += line + "\n";
+        }
+        const outcome seen = system.vlkctl({"at", each.command});
+        EXPECT_EQ(seen.code, 0) << each.command << seen.err;
+        EXPECT_EQ(seen.out, expected) << each.command;
+    }
+}
+
+TEST(AtTable, AnAnswerThatIsNotWholeSaysSo)
+{
+    const char *const HEAD = "    line +CMGL: 1,\"REC READ\",\"+1\",,\"26/01/01\"\\r\\n";
+    const char *const TOO_LONG = "too long", *const NO_END = "looks like the end";
+    const struct {
+        const char *command;
+        std::string lines;
+        const char *end; // of what is printed
+        const char *why; // empty: whole
+    } answers[] = {
+        {"AT+HUGE?", "    repeat 900\n        line +HUGE: {i},\"there are a lot of these lines\"\n    end\n",
+         "\"\n", TOO_LONG},
+        {"AT+CMGL=1",
+         "    repeat 400\n        line +CMGL: {i},1,,24\\r\\n0004AABBCCDDEEFF00112233445566778899AABBCC"
+         "DDEEFF00112233445566\n    end\n",
+         "\n", TOO_LONG},
+        {"AT+CMGL=\"ALL\"", HEAD + std::string("Hello\\r\\nOK see you\\r\\nlater\n"), "\nOK see you\n",
+         NO_END},
+        {"AT+CMGL=\"REC READ\"", HEAD + std::string("Hello\\r\\nOK\n") + HEAD + "x\n", "Hello\nOK\n", NO_END},
+        {"AT+CMGR=1", "    line +CMGR: \"REC READ\",\"+1\",,\"26/01/01\"\\r\\nERROR 5\n", "\nERROR 5\n",
+         NO_END},
+        {"AT+CMGL=\"STO SENT\"", HEAD + std::string("+CREG: 1 is a text\n"), "\"\n+CREG: 1 is a text\n", ""},
+        {"ATI7", "    line OKI Modem\n", "OKI Modem\n", NO_END},
+        {"AT+CMGL=\"REC UNREAD\"", HEAD + std::string("SPRING, CONNECT me\n    report RING\n"),
+         "SPRING, CONNECT me\n", ""},
+    };
+    std::string steps;
+    for (const auto &each : answers)
+        steps += std::string("command ") + each.command + "\n" + each.lines + "    final OK\n";
+    system_under_test system;
+    system.start_modem(steps);
+    system.start_daemon();
+    for (const auto &[command, lines, end, why] : answers) {
+        const bool is_whole = *why == '\0';
+        const outcome seen = system.vlkctl({"at", command});
+        EXPECT_EQ(seen.code, is_whole ? 0 : 8) << command << seen.err;
+        EXPECT_THAT(seen.err, HasSubstr(why)) << command;
+        EXPECT_THAT(seen.out, testing::EndsWith(end)) << command;
+        EXPECT_THAT(system.vlkctl({"at", command, "--json"}).out,
+                    HasSubstr(is_whole ? "\"cut\":false" : "\"cut\":true"))
+            << command;
+    }
+    system.expect_signal("after all that");
+}
+
+TEST(AtTable, NamesOfReportsInTheListOfCommandsAreNoReports)
 {
     system_under_test system;
     system.start_modem(
-        "command AT+CPBR=?\n    line +CPBR: (1-30),40,14\n    final OK\n"
-        "command AT+CPBR=1,11\n    repeat 11\n        line +CPBR: {i},\"1234567890123456789012345678"
-        "\",129,\"some name or other, entry {i} of a long telephone book\"\n    end\n    final OK\n"
-        "command AT+CPBR=12,22\n    final +CME ERROR: 22\n"
-        "command AT+CPBR=23,30\n    line +CPBR: 30,\"1\",129,\"last\"\n    final OK\n"
-        "command AT+CPMS?\n    line +CPMS: \"SM\",40,40,\"SM\",40,40,\"SM\",40,40\n    final OK\n"
-        "command AT+CMGL=4\n    repeat 40\n        line +CMGL: {i},1,,24\\r\\n0004AABBCCDDEEFF0011223344"
-        "5566778899AABBCCDDEEFF{i}\n    end\n    final OK\n"
-        "command AT+CMGR={n:#}\n    line +CMGR: 1,,24\\r\\n0004AABBCCDDEEFF00112233445566778899AABBCCDDE"
-        "EFF{n}\n    final OK\n"
-        "command AT+CMGR=0\n    final +CMS ERROR: 321\n"
-        "command AT+CMGL=1\n    repeat 40\n        line +CMGL: {i},1,,24\\r\\n0004AABBCCDDEEFF0011223344"
-        "5566778899AABBCCDDEEFF{i}\n    end\n    final OK\n"
-        "command AT+LIST?\n    repeat 90\n        line +LIST: {i},\"a line of no great length\"\n"
-        "    end\n    final OK\n"
-        "command ATI3\n    repeat 90\n        line line {i} of a long text\n    end\n    final OK\n");
+        "command AT+CLAC\n    line +CREG\n    line &F\n    line ^HCSQ\n    report +CMTI: \"SM\",3\n"
+        "    line +CSQ\n    line D\n    line +CRING\n    final OK\n");
     system.start_daemon();
+    const std::unique_ptr<process> monitor = system.start_vlkctl({"monitor", "--seconds", "2", "--json"});
+    ASSERT_TRUE(monitor->wait_for_error("listening"));
+    EXPECT_EQ(system.vlkctl({"at", "AT+CLAC"}).out, "+CREG\n&F\n^HCSQ\n+CSQ\nD\n+CRING\n");
+    monitor->wait();
+    EXPECT_THAT(monitor->out, HasSubstr("CMTI"));
+    EXPECT_THAT(monitor->out,
+                testing::Not(testing::AnyOf(HasSubstr("CREG"), HasSubstr("HCSQ"), HasSubstr("RING"))));
+}
 
-    const outcome book = system.vlkctl({"at", "AT+CPBR=1,30"});
-    EXPECT_EQ(book.code, 0) << book.err;
-    EXPECT_EQ(std::count(book.out.begin(), book.out.end(), '\n'), 12);
-    EXPECT_THAT(book.out, testing::EndsWith("+CPBR: 30,\"1\",129,\"last\"\n"));
-
-    std::string listed;
-    for (int n = 1; n <= 40; ++n)
-        listed += "+CMGL: " + std::to_string(n) + ",1,,24\n0004AABBCCDDEEFF00112233445566778899AABBCCDDEEFF" +
-                  std::to_string(n) + "\n";
-    const outcome messages = system.vlkctl({"at", "AT+CMGL=4"});
-    EXPECT_EQ(messages.code, 0) << messages.err;
-    EXPECT_EQ(messages.out, listed);
-
-    for (const auto &[command, begin] : {std::pair("AT+CMGL=1", "+CMGL: 1,1,,24\n"),
-                                         {"AT+LIST?", "+LIST: 1,\"a line"},
-                                         {"ATI3", "line 1 of a long text\nline 2"}}) {
-        const outcome cut = system.vlkctl({"at", command});
-        EXPECT_EQ(cut.code, 8) << command << cut.err;
-        EXPECT_THAT(cut.err, HasSubstr("its end is missing")) << command;
-        EXPECT_THAT(cut.out, testing::StartsWith(begin)) << command;
-        EXPECT_THAT(system.vlkctl({"at", command, "--json"}).out, HasSubstr("\"cut\":true")) << command;
-    }
+TEST(AtTable, TheWaitIsForAllCommandsOfALine)
+{
+    system_under_test system;
+    system.start_modem("command AT+SLOW\n    delay 700ms\n    final OK\n");
+    system.start_daemon();
+    EXPECT_EQ(system.vlkctl({"at", "AT+SLOW", "--wait", "60"}).code, 0);
+    const outcome seen = system.vlkctl({"at", "AT+SLOW;+SLOW;+SLOW;+SLOW", "--wait", "1.5"});
+    EXPECT_EQ(seen.code, 3) << seen.out << seen.err;
 }

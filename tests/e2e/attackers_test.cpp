@@ -86,7 +86,7 @@ TEST_F(Attackers, WhatWasWithdrawnNeverReachesTheModem)
         const auto late = system.start_vlkctl({"at", "AT+HIT", "--wait", "0.05"});
         EXPECT_EQ(late->wait(), 3) << late->err;
         const auto interrupted = system.start_vlkctl({"at", "AT+HIT"});
-        usleep(50'000);
+        EXPECT_TRUE(wait_until([&] { return is_asleep(interrupted->pid); })) << "it waits for its turn";
         interrupted->kill(SIGINT);
         EXPECT_EQ(interrupted->wait(), 128 + SIGINT);
     }

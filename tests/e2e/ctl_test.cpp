@@ -2,6 +2,7 @@
 #include "system.h"
 
 #include <filesystem>
+#include <fstream>
 #include <regex>
 #include <sstream>
 
@@ -37,16 +38,9 @@ public:
     {
         pid_ = forkpty(&line_, nullptr, nullptr, nullptr);
         if (pid_ == 0) {
-            for (const auto &[name, value] : system.variables)
-                setenv(name.c_str(), value.c_str(), 1);
             setenv("LC_ALL", locale, 1);
             arguments.insert(arguments.begin(), VLKCTL);
-            std::vector<char *> argv;
-            for (std::string &argument : arguments)
-                argv.push_back(argument.data());
-            argv.push_back(nullptr);
-            execv(argv[0], argv.data());
-            _exit(127);
+            become(std::move(arguments), system.variables);
         }
     }
     ~on_terminal()
@@ -115,21 +109,43 @@ TEST(Vlkctl, TellsWhatPeopleWantToKnow)
     const struct {
         std::vector<std::string> arguments;
         std::vector<const char *> shown;
-        json object; // members of the JSON form
+        json object;         // members of the JSON form
+        const char *members; // the names of all of them, as docs/vlkctl-json.md has them
     } cases[] = {
-        {{"signal"}, {"LTE", "-101 dBm", "2 of 4"}, {{"technology", "LTE"}, {"dbm", -101.0}, {"bars", 2}}},
+        {{"signal"},
+         {"LTE", "-101 dBm", "2 of 4"},
+         {{"technology", "LTE"}, {"dbm", -101.0}, {"bars", 2}},
+         "bars dbm rsrp rsrq rssi sinr technology"},
         {{"network"},
          {"registered, home network", "Example Test", "LTE", "0C3D4E5F"},
-         {{"registered", true}, {"operator", "Example Test"}, {"cell", "0C3D4E5F"}, {"technology", "LTE"}}},
+         {{"registered", true}, {"operator", "Example Test"}, {"cell", "0C3D4E5F"}, {"technology", "LTE"}},
+         "area cell domains operator registered selection state technology"},
         {{"sim"},
          {"ready", "89001012345678901234", "001010123456789"},
-         {{"ready", true}, {"iccid", "89001012345678901234"}, {"imsi", "001010123456789"}}},
+         {{"ready", true}, {"iccid", "89001012345678901234"}, {"imsi", "001010123456789"}},
+         "iccid imsi ready state tries_left"},
         {{"modem"},
          {"Example", "EX-1 LTE", "1.0.0", "001010123456789"},
-         {{"maker", "Example"}, {"imei", "001010123456789"}}},
-        {{"scan"}, {"current    Example Test", "available  Other Test", "00102"}, {{"command", "AT+COPS=?"}}},
-        {{"ussd", "*100#"}, {"Your balance is 10.00"}, {{"type", 0}, {"text", "Your balance is 10.00"}}},
-        {{"list"}, {"ready", system.folder.c_str()}, {}},
+         {{"maker", "Example"}, {"imei", "001010123456789"}},
+         "firmware imei maker model"},
+        {{"scan"},
+         {"current    Example Test", "available  Other Test", "00102"},
+         {{"command", "AT+COPS=?"}},
+         "command cut networks seconds"},
+        {{"ussd", "*100#"},
+         {"Your balance is 10.00"},
+         {{"type", 0}, {"text", "Your balance is 10.00"}},
+         "state text time type"},
+        {{"list"}, {"ready", system.folder.c_str()}, {}, "daemons"},
+        {{"status"},
+         {"running"},
+         {{"running", true}, {"modem", "ready"}},
+         "command details device modem modem_seconds pid reason running runtime_dir waiting"},
+        {{"at", "AT+CSQ"}, {"+CSQ: "}, {{"cut", false}}, "command cut lines response result"},
+        {{"rssi"},
+         {"^RSSI"},
+         {{"result", {{"code", 2}, {"text", "OK"}}}},
+         "command lines response result seq time_left"},
     };
     for (const auto &each : cases) {
         SCOPED_TRACE(each.arguments[0]);
@@ -143,6 +159,10 @@ TEST(Vlkctl, TellsWhatPeopleWantToKnow)
         ASSERT_TRUE(object.is_object());
         for (const auto &[name, value] : each.object.items())
             EXPECT_EQ(object.value(name, json()), value) << name;
+        std::string members; // in their order
+        for (const auto &[name, value] : object.items())
+            members += (members.empty() ? "" : " ") + name;
+        EXPECT_EQ(members, each.members);
     }
 }
 
@@ -265,6 +285,28 @@ TEST(Vlkctl, UssdLetsTheUserAnswer)
     EXPECT_EQ(system.vlkctl({"ussd", "a\"b"}).code, 2);
 }
 
+TEST(Vlkctl, CtrlCEndsWhatWaitsForTheModem)
+{
+    const std::vector<std::string> commands[] = {
+        {"ussd", "*123#"}, {"at", "AT+SLOW"}, {"scan"}, {"sms", "send", "--to", "1234", "hello"}};
+    system_under_test system;
+    system.start_modem("command AT+CUSD=1,\"*123#\",15\n    delay 2s\n    final OK\n"
+                       "command AT+SLOW\n    delay 2s\n    final OK\n"
+                       "command AT+COPS=?\n    delay 2s\n    final OK\n"
+                       "command AT+CMGF=0\n    delay 2s\n    final OK\n");
+    system.start_daemon();
+    for (const auto &command : commands) {
+        SCOPED_TRACE(command[0]);
+        const std::unique_ptr<process> client = system.start_vlkctl(command);
+        system.wait_until_answering();
+        client->kill(SIGINT);
+        if (client->wait(1) == -1)
+            client->kill(SIGINT); // it says goodbye to the network: the second one ends that, too
+        EXPECT_EQ(client->wait(1), 130) << client->out << client->err;
+        system.expect_signal("when the modem has paid its debt");
+    }
+}
+
 TEST(Vlkctl, FindsADaemonByTheNameOfItsModem)
 {
     system_under_test system;
@@ -361,13 +403,67 @@ TEST(Vlkctl, MonitorsWithTimesMeaningAndAcrossARestart)
     EXPECT_EQ(kinds.size(), 3U);
 }
 
+TEST(Vlkctl, LeavesTheDaemonAsLargeAsItWas)
+{
+    system_under_test system;
+    system.variables["XDG_STATE_HOME"] = system.folder;
+    system.start_modem(
+        "command AT+HUGE?\n    repeat 900\n        line +HUGE: {i},\"there are a lot of these\"\n"
+        "    end\n    final OK\n");
+    system.start_daemon();
+    const std::vector<std::string> kinds[] = {
+        {"at", "AT+CSQ;+CREG?"},
+        {"at", "AT+HUGE?"},
+        {"sms", "send", "--to", "+4915112345", "hello"},
+        {"sms", "list"},
+        {"signal"},
+        {"network", "--json"},
+        {"status"},
+        {"modem"},
+        {"monitor", "--seconds", "0.001"},
+        {"at", "ATD1;"},
+        {"at", "AT+HUGE?", "--wait", "0.005"},
+    };
+    const auto run_all = [&](int times) {
+        for (; times > 0; --times)
+            for (const auto &kind : kinds)
+                system.vlkctl(kind);
+    };
+    const std::string process = "/proc/" + std::to_string(system.daemon->pid);
+    const auto memory_kb = [&] {
+        std::ifstream status(process + "/status");
+        for (std::string word; status >> word;)
+            if (word == "RssAnon:") {
+                long size = 0;
+                status >> size;
+                return size;
+            }
+        return 0L;
+    };
+    const auto descriptors = [&] {
+        const std::filesystem::directory_iterator all(process + "/fd");
+        return std::distance(begin(all), end(all));
+    };
+    run_all(2);
+    const long memory_before = memory_kb();
+    const auto descriptors_before = descriptors();
+    run_all(20);
+    ASSERT_GT(memory_before, 0);
+#ifndef UNDER_SANITIZER                         // which keeps what was freed
+    EXPECT_LE(memory_kb(), memory_before + 16); // less than 100 bytes a command
+#endif
+    EXPECT_TRUE(wait_until([&] { return descriptors() <= descriptors_before; }, 5000));
+    system.expect_signal("after all of them");
+}
+
 TEST(Vlkctl, SaysSoWhenNobodyCanReadIt)
 {
     system_under_test system;
     system.start_modem();
     system.start_daemon();
-    for (const char *arguments : {" status >&-", " at AT+CSQ >&-", " signal --json >/dev/full",
-                                  " list >/dev/full", " network >&-", " --help >/dev/full"}) {
+    for (const char *arguments :
+         {" status >&-", " at AT+CSQ >&-", " signal --json >/dev/full", " list >/dev/full", " sms list >&-",
+          " network >&-", " --help >/dev/full"}) {
         const outcome seen = in_shell(system, std::string(VLKCTL) + arguments);
         EXPECT_EQ(seen.code, 6) << arguments;
         EXPECT_THAT(seen.err, HasSubstr("cannot write to standard output")) << arguments;

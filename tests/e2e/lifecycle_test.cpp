@@ -29,9 +29,10 @@ TEST(Lifecycle, AModemThatAppearsLateIsWaitedFor)
 {
     system_under_test system;
     system.start_daemon_without_waiting();
-    ASSERT_TRUE(system.daemon->wait_for_error(system.variables["VLK_AT_DEVICE"]))
+    ASSERT_TRUE(system.daemon->wait_for_error(system.variables["VLK_AT_DEVICE"] + " is missing"))
         << "the missing device is named";
-    EXPECT_THAT(system.vlkctl({"status"}).out, HasSubstr("absent"));
+    EXPECT_TRUE(
+        wait_until([&] { return system.vlkctl({"status"}).out.find("absent") != std::string::npos; }));
     EXPECT_EQ(system.vlkctl({"at", "AT+CSQ"}).code, 7) << "it is told at once that there is no modem";
     const auto early = system.start_vlkctl({"at", "AT+CSQ", "--wait-modem", "30"});
     system.start_modem();

@@ -1,9 +1,11 @@
 // The modem's device: who may have it, how it is set, what is none.
+#include <cerrno>
 #include <fstream>
 #include <string>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <pty.h>
 #include <sys/stat.h>
 #include <termios.h>
@@ -12,6 +14,21 @@
 #include "at_device.h"
 #include "host_place.h"
 #include "uucp_lock.h"
+
+namespace
+{
+bool terminals_are_none = false;
+}
+
+/// In place of the C library's: lets a pseudo-terminal stand for a modem's port that is none, like /dev/wwan0at0.
+extern "C" int isatty(int fd) noexcept
+{
+    termios settings{};
+    if (!terminals_are_none)
+        return tcgetattr(fd, &settings) == 0 ? 1 : 0;
+    errno = ENOTTY;
+    return 0;
+}
 
 namespace
 {
@@ -121,7 +138,7 @@ TEST_F(UucpLock, SomebodyElsesNumberHoldsNothing)
     EXPECT_EQ(take(), 0) << "process 1 is not of the user who wrote this";
 }
 
-TEST(at_device, is_set_as_the_settings_say)
+TEST(AtDevice, IsSetAsTheSettingsSay)
 {
     const struct {
         const char *fault;
@@ -149,7 +166,37 @@ TEST(at_device, is_set_as_the_settings_say)
     }
 }
 
-TEST(at_device, what_cannot_be_opened_is_told_with_its_cure)
+TEST(AtDevice, APortThatIsNoTerminalIsUsedAsItIs)
+{
+    const pty port;
+    termios raw = port.settings();
+    cfmakeraw(&raw);
+    cfsetspeed(&raw, B300);
+    tcsetattr(port.slave, TCSANOW, &raw);
+    at_device device, second;
+    char message[512] = "";
+    terminals_are_none = true;
+    const int result = at_device_open(device, port.path, {9600, at_flow::RTSCTS}, message);
+    const int again = at_device_open(second, port.path, {}, message);
+    terminals_are_none = false;
+    ASSERT_EQ(result, AT_DEVICE_OPENED) << message;
+    EXPECT_EQ(again, AT_DEVICE_NOT_YET) << "it has one owner";
+    const termios left = port.settings();
+    EXPECT_EQ(cfgetospeed(&left), B300) << "there is no line to set";
+    EXPECT_EQ(device.speed, 0U);
+    char bytes[8] = "";
+    EXPECT_EQ(at_device_read(device, bytes), 0) << "nothing yet is no loss";
+    EXPECT_EQ(at_device_write(device, std::string("AT\r"), 1000), at_write::WRITTEN);
+    EXPECT_EQ(read(port.master, bytes, sizeof bytes), 3);
+    write(port.master, "OK", 2);
+    EXPECT_TRUE(wait_until([&] { return at_device_read(device, bytes) == 2; }));
+    const int64_t begin = now_ms();
+    at_device_hang_up(device);
+    EXPECT_LT(now_ms() - begin, 400) << "it has no control line to wait for";
+    at_device_close(device);
+}
+
+TEST(AtDevice, WhatCannotBeOpenedIsToldWithItsCure)
 {
     const host_place place;
     const std::string file = place.folder + "/file";
@@ -172,6 +219,24 @@ TEST(at_device, what_cannot_be_opened_is_told_with_its_cure)
         char message[512] = "";
         EXPECT_EQ(at_device_open(device, c.path.c_str(), {}, message), c.result) << c.fault;
         EXPECT_THAT(message, HasSubstr(c.message)) << c.fault;
+    }
+
+    {
+        const pty locked;
+        chmod(locked.path, 0);
+        const bool was_root = geteuid() == 0 && seteuid(65534) == 0;
+        struct stat about {
+        };
+        at_device device;
+        char message[512] = "";
+        EXPECT_EQ(at_device_open(device, locked.path, {}, message), AT_DEVICE_NOT_YET);
+        EXPECT_EQ(stat(locked.path, &about), 0);
+        const group *const owner = getgrgid(about.st_gid);
+        const std::string name = owner != nullptr ? owner->gr_name : "?";
+        EXPECT_THAT(message,
+                    HasSubstr(std::string("no permission for ") + locked.path + ": it belongs to group \"" +
+                              name + "\"; add user " + std::to_string(geteuid()) + " to it"));
+        EXPECT_EQ(was_root ? seteuid(0) : 0, 0);
     }
 
     process holder({"/bin/sleep", "60"});

@@ -66,7 +66,7 @@ struct client {
     int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
 };
 
-struct commands_test : testing::Test {
+struct CommandSocket : testing::Test {
     static void SetUpTestSuite()
     {
         place = new host_place;
@@ -103,7 +103,7 @@ struct commands_test : testing::Test {
     int retcode = 0;
 };
 
-TEST_F(commands_test, a_request_raises_its_bit_and_its_reply_comes_back_as_it_was)
+TEST_F(CommandSocket, ARequestRaisesItsBitAndItsReplyComesBackAsItWas)
 {
     const client one;
     std::thread asks([&] { one.ask(7, AT_COMMAND, 5); });
@@ -118,7 +118,7 @@ TEST_F(commands_test, a_request_raises_its_bit_and_its_reply_comes_back_as_it_wa
     EXPECT_EQ(one.hear(), -1) << "a reply came twice";
 }
 
-TEST_F(commands_test, lanes_keep_their_order_and_take_turns)
+TEST_F(CommandSocket, LanesKeepTheirOrderAndTakeTurns)
 {
     const client one, two;
     two.ask(10); // so that it is known before it comes to turns
@@ -143,7 +143,7 @@ TEST_F(commands_test, lanes_keep_their_order_and_take_turns)
     }
 }
 
-TEST_F(commands_test, who_hangs_up_withdraws_what_waits_and_gets_no_reply)
+TEST_F(CommandSocket, WhoHangsUpWithdrawsWhatWaitsAndGetsNoReply)
 {
     client gone, other;
     for (uint32_t seq = 1; seq <= 10; ++seq)
@@ -162,14 +162,14 @@ TEST_F(commands_test, who_hangs_up_withdraws_what_waits_and_gets_no_reply)
     EXPECT_TRUE(is_idle());
 }
 
-TEST_F(commands_test, the_wait_of_a_client_that_has_gone_ends_at_once)
+TEST_F(CommandSocket, TheWaitOfAClientThatHasGoneEndsAtOnce)
 {
     const int32_t data = VLK_msgQ_create(VLK_QUEUE_NAS_DATA, 10, 1516);
     client gone;
     gone.ask(1, ACTIVE_REPORT, 600);
     ASSERT_EQ(take(), 1U);
     std::thread hangs_up([&] {
-        usleep(20'000);
+        wait_until([] { return is_asleep(getpid()); }); // the main thread waits
         gone.hang_up();
     });
     char text[8];
@@ -187,7 +187,7 @@ TEST_F(commands_test, the_wait_of_a_client_that_has_gone_ends_at_once)
     VLK_msgQ_delete(data);
 }
 
-TEST_F(commands_test, a_client_that_does_not_read_loses_nothing_and_holds_up_nobody)
+TEST_F(CommandSocket, AClientThatDoesNotReadLosesNothingAndHoldsUpNobody)
 {
     const client lazy, honest;
     uint32_t asked = 1, served = 0;
@@ -224,7 +224,7 @@ TEST_F(commands_test, a_client_that_does_not_read_loses_nothing_and_holds_up_nob
     EXPECT_EQ(served, asked);
 }
 
-TEST_F(commands_test, what_is_no_record_ends_its_connection_alone)
+TEST_F(CommandSocket, WhatIsNoRecordEndsItsConnectionAlone)
 {
     const client honest;
     for (const size_t size : {1U, 1635U, 1637U, 8000U}) {
@@ -244,7 +244,7 @@ TEST_F(commands_test, what_is_no_record_ends_its_connection_alone)
     EXPECT_EQ(honest.hear(), 5);
 }
 
-TEST_F(commands_test, a_time_limit_is_bounded)
+TEST_F(CommandSocket, ATimeLimitIsBounded)
 {
     const client one;
     for (const auto &[asked, given] : {std::pair{INT32_MAX, 600}, {601, 600}, {600, 600}, {0, 0}, {-5, -5}}) {
@@ -255,7 +255,7 @@ TEST_F(commands_test, a_time_limit_is_bounded)
     }
 }
 
-TEST_F(commands_test, requests_give_way_to_the_modems_reports)
+TEST_F(CommandSocket, RequestsGiveWayToTheModemsReports)
 {
     const int32_t task = VLK_task_getid();
     const client greedy;
@@ -278,7 +278,7 @@ TEST_F(commands_test, requests_give_way_to_the_modems_reports)
     answer();
 }
 
-TEST_F(commands_test, refuses_what_it_cannot_serve)
+TEST_F(CommandSocket, RefusesWhatItCannotServe)
 {
     for (const int32_t id : {-1, 0, requests})
         EXPECT_EQ(send_to_msgqueue(id, &record, &retcode), -1) << id;

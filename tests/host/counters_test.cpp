@@ -21,19 +21,23 @@ std::string status()
     return {room.data(), text.size()};
 }
 
-TEST(counters, reports_are_counted_by_prefix)
+TEST(Counters, ReportsAreCountedByPrefix)
 {
     count_reports("\r\n+CREG: 1\r\n\r\n^HCSQ:\"LTE\",1\r\nRING\r\n+CREG: 2");
     count_reports("\r\nOK\r\n\r\n^SIMST: 1\r\n");
     count_reports("+CME ERROR: 100\r\n+: 1\r\n+creg: 1\r\n+A" + std::string(100, 'B') + ": 1\r\nOK\r\n");
     EXPECT_EQ(status().substr(status().find("reports.")),
               "reports.+CREG 2\nreports.^HCSQ 1\nreports.RING 1\nreports.^SIMST 1\n");
+    EXPECT_THAT(status(), HasSubstr("modem.unknown_lines 0\n"));
     for (int n = 0; n < 1000; ++n) // a modem that invents prefixes
         count_reports("+X" + std::to_string(n) + ": 1\r\n");
     EXPECT_THAT(status(), HasSubstr("reports.other 908\n"));
+    EXPECT_THAT(status(), HasSubstr("modem.unknown_lines 1000\n"));
+    count_reports("+CREG: 1\r\n+X1: 1\r\n+X999: 1\r\n");
+    EXPECT_THAT(status(), HasSubstr("modem.unknown_lines 1002\n"));
 }
 
-TEST(counters, commands_are_told_when_they_fail_and_by_their_name)
+TEST(Counters, CommandsAreToldWhenTheyFailAndByTheirName)
 {
     const host_place place;
     const time_t second = time(nullptr); // a line may need a second's share that is not used up

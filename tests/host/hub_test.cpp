@@ -24,6 +24,7 @@ namespace
 
 using namespace std::chrono_literals;
 using testing::ElementsAre;
+using testing::HasSubstr;
 
 constexpr int32_t OWN_MODULE = 31;
 constexpr uint32_t LAST = 999; // the code of a packet that ends take_all
@@ -153,6 +154,7 @@ TEST_F(Hub, ListenerThatDoesNotReadIsToldWhatItMissed)
 {
     constexpr uint32_t POSTED = 5000;
     const service slow, fast;
+    testing::internal::CaptureStderr();
     slow.subscribe(HOST_TAKE_MODULE, 18);
     fast.subscribe(HOST_TAKE_MODULE, 18);
     for (uint32_t i = 0; i < POSTED; ++i) {
@@ -173,6 +175,10 @@ TEST_F(Hub, ListenerThatDoesNotReadIsToldWhatItMissed)
         EXPECT_EQ(next.value1, -5);
         EXPECT_EQ(next.value2, 7);
     }
+    const std::string log = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::ranges::count(log, '\n'), 2) << "one line when it begins, one when it is over: " << log;
+    EXPECT_THAT(log, HasSubstr("does not read its events and loses them: mend it or end it\n"));
+    EXPECT_THAT(log, HasSubstr(" has lost " + std::to_string(POSTED - got) + " events"));
 }
 
 TEST_F(Hub, HostilePacketEndsOnlyItsSender)
@@ -189,7 +195,7 @@ TEST_F(Hub, HostilePacketEndsOnlyItsSender)
         {"a length that overflows", overflow.bytes()},
         {"too much data", make(HOST_SYNC_REQUEST, 1, std::string(HOST_DATA_MAX + 1, 'd')).bytes()},
         {"a kind that only the daemon sends", make(HOST_EVENT, 1).bytes()},
-        {"an unknown subscription", subscription(host_subscription(4), 1).bytes()},
+        {"an unknown subscription", subscription(host_subscription(5), 1).bytes()},
         {"a name without an end", endless_name.bytes()},
         {"noise", std::string(500, '\xA5')},
     };

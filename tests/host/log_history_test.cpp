@@ -18,7 +18,7 @@ std::string told(log_history &history, int64_t now)
     return all;
 }
 
-TEST(log_history, the_same_line_again_is_counted_until_its_window_ends)
+TEST(LogHistory, TheSameLineAgainIsCountedUntilItsWindowEnds)
 {
     log_history history;
     EXPECT_TRUE(history.wants(0, 3, "lost a"));
@@ -34,7 +34,7 @@ TEST(log_history, the_same_line_again_is_counted_until_its_window_ends)
     EXPECT_TRUE(history.wants(3 * LOG_WINDOW_MS, 3, "lost a")) << "after a quiet time it is news";
 }
 
-TEST(log_history, the_last_line_that_is_written_is_how_things_are)
+TEST(LogHistory, TheLastLineThatIsWrittenIsHowThingsAre)
 {
     log_history history;
     std::string written;
@@ -45,7 +45,7 @@ TEST(log_history, the_last_line_that_is_written_is_how_things_are)
     EXPECT_EQ(written, "lrlrlrlr");
 }
 
-TEST(log_history, a_flapping_device_and_many_askers_are_one_trouble)
+TEST(LogHistory, AFlappingDeviceAndManyAskersAreOneTrouble)
 {
     log_history history;
     int written = 0;
@@ -62,7 +62,7 @@ TEST(log_history, a_flapping_device_and_many_askers_are_one_trouble)
     EXPECT_EQ(told(of_askers, log_history::ALL), "95 lost by 99;");
 }
 
-TEST(log_history, more_kinds_than_it_knows_lose_no_count)
+TEST(LogHistory, MoreKindsThanItKnowsLoseNoCount)
 {
     log_history history;
     const auto name = [](size_t n) { return std::string{'x', char('a' + n / 10), char('a' + n % 10)}; };

@@ -13,7 +13,7 @@ std::string shown(const std::string &text)
     return {line.text().data(), line.text().size()};
 }
 
-TEST(log_text, secrets_are_masked_and_nothing_else)
+TEST(LogText, SecretsAreMaskedAndNothingElse)
 {
     const std::string pdu = "0011000B916407281553F80000AA0AE8329BFD4697D9EC37";
     struct {
@@ -60,7 +60,7 @@ TEST(log_text, secrets_are_masked_and_nothing_else)
         EXPECT_EQ(shown(c.text), c.line) << c.fault;
 }
 
-TEST(log_text, no_cut_of_a_secret_text_shows_more_of_it)
+TEST(LogText, NoCutOfASecretTextShowsMoreOfIt)
 {
     const std::string secret = "4711081547110815";
     for (const std::string head : {"AT+CPIN=", "x at^cpwd=\"SC\",", "+CUSD: 0,\"", "AT+CMGS=5\r"})
@@ -68,7 +68,7 @@ TEST(log_text, no_cut_of_a_secret_text_shows_more_of_it)
             EXPECT_EQ(shown(head + secret.substr(0, cut)).find("47"), std::string::npos) << head << cut;
 }
 
-TEST(log_text, a_line_is_bounded_and_dated)
+TEST(LogText, ALineIsBoundedAndDated)
 {
     struct {
         const char *fault;

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "../process.h"
 #include "platform.h"
 
 namespace
@@ -11,10 +12,10 @@ namespace
 constexpr uint32_t KEY = 3;
 
 /// A queue of three records of at most four bytes.
-struct plain_queue_test : testing::Test {
+struct PlainQueue : testing::Test {
     int32_t id = VLK_msgQ_create(KEY, 3, 4);
 
-    ~plain_queue_test() override { VLK_msgQ_delete(id); }
+    ~PlainQueue() override { VLK_msgQ_delete(id); }
 
     bool send(const std::string &text) const
     {
@@ -28,7 +29,7 @@ struct plain_queue_test : testing::Test {
     }
 };
 
-TEST_F(plain_queue_test, holds_what_it_was_made_for_in_order)
+TEST_F(PlainQueue, HoldsWhatItWasMadeForInOrder)
 {
     for (int round = 0; round < 3; ++round) { // the ring's start moves by one in each
         EXPECT_FALSE(send("12345")) << "a record that is too long was accepted";
@@ -43,7 +44,7 @@ TEST_F(plain_queue_test, holds_what_it_was_made_for_in_order)
     }
 }
 
-TEST_F(plain_queue_test, a_deleted_queue_is_refused_even_when_its_place_is_used_again)
+TEST_F(PlainQueue, ADeletedQueueIsRefusedEvenWhenItsPlaceIsUsedAgain)
 {
     EXPECT_EQ(VLK_get_msgQ_id(KEY), id);
     EXPECT_EQ(VLK_msgQ_create(KEY, 3, 4), -1) << "one key, one queue";
@@ -63,7 +64,7 @@ TEST_F(plain_queue_test, a_deleted_queue_is_refused_even_when_its_place_is_used_
     EXPECT_EQ(VLK_msgQ_create(4, UINT32_MAX, UINT32_MAX), -1) << "sizes must not wrap around";
 }
 
-TEST_F(plain_queue_test, a_receiver_waits_as_long_as_it_says_and_no_longer_than_needed)
+TEST_F(PlainQueue, AReceiverWaitsAsLongAsItSaysAndNoLongerThanNeeded)
 {
     using clock = std::chrono::steady_clock;
     using namespace std::chrono_literals;
@@ -74,11 +75,11 @@ TEST_F(plain_queue_test, a_receiver_waits_as_long_as_it_says_and_no_longer_than_
 
     const auto other_side = [](void *argument) -> void * {
         const int32_t queue = *static_cast<int32_t *>(argument);
-        VLK_sleep(20);
+        const auto receiver_waits = [] { return is_asleep(getpid()); };
+        wait_until(receiver_waits);
         VLK_msgQ_send(queue, "late", 4);
-        while (VLK_msgQ_num(queue) != 0)
-            VLK_sleep(1);
-        VLK_sleep(20); // the receiver waits again
+        wait_until([queue] { return VLK_msgQ_num(queue) == 0; });
+        wait_until(receiver_waits);
         VLK_msgQ_delete(queue);
         return nullptr;
     };

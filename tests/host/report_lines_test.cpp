@@ -35,6 +35,15 @@ TEST(ReportLines, TellsReportsFromAnswers)
         EXPECT_EQ(is_report_line(r.line), r.is_report) << r.fault;
 }
 
+TEST(ReportLines, NamesOfReportsAreLeftOutOfAListOfNames)
+{
+    char room[100];
+    EXPECT_EQ(without_report_names("\r\n+CREG\r\n\r\n&F\r\n^HCSQ\r\n+CSQ\r\n+CRING\r\n\r\nOK\r\n", room),
+              "\r\n\r\n&F\r\n+CSQ\r\n\r\nOK\r\n");
+    EXPECT_EQ(without_report_names("+CREG: 1\r\nRING", room), "+CREG: 1\r\nRING");
+    EXPECT_EQ(without_report_names("^HCSQ", room), "");
+}
+
 class Listening : public testing::Test
 {
 protected:
@@ -75,7 +84,7 @@ protected:
     }
 };
 
-TEST_F(Listening, LinesGoToThoseWhoAskForThemAndToNobodyElse)
+TEST_F(Listening, LinesGoToThoseWhoAskForThemAndAnswersToTheProcessThatAsked)
 {
     ASSERT_EQ(hub_open(), 0);
     report_lines_delivery("+CMTI: \"SM\",0\r\n");
@@ -91,7 +100,25 @@ TEST_F(Listening, LinesGoToThoseWhoAskForThemAndToNobodyElse)
                                              "+CREG: 1", "+END"));
     char byte;
     EXPECT_EQ(recv(all, &byte, 1, MSG_DONTWAIT), -1) << "who takes all events gets lines";
-    close(all);
-    close(lines);
+
+    EXPECT_FALSE(hub_takes_answers());
+    const int answers = connect_to_hub(HOST_TAKE_ANSWERS);
+    EXPECT_TRUE(hub_takes_answers());
+    for (const pid_t process : {getppid(), pid_t{-1}, getpid()}) {
+        host_packet packet{};
+        packet.kind = HOST_ANSWER_TEXT;
+        packet.module = process;
+        hub_post(packet, nullptr);
+    }
+    host_packet got{};
+    EXPECT_EQ(recv(answers, &got, sizeof got, 0), ssize_t{sizeof got});
+    EXPECT_EQ(got.module, getpid());
+    for (const int fd : {answers, lines, all})
+        EXPECT_EQ(recv(fd, &got, sizeof got, MSG_DONTWAIT), -1);
+    for (const int fd : {answers, lines, all})
+        close(fd);
+    for (int tries = 0; tries < 5000 && hub_takes_answers(); ++tries)
+        usleep(1000);
+    EXPECT_FALSE(hub_takes_answers());
 }
 } // namespace

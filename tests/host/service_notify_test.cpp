@@ -68,7 +68,7 @@ struct child {
     pid_t pid;
 };
 
-TEST(service_notify, a_main_thread_that_waits_is_alive_and_one_that_hangs_is_not)
+TEST(ServiceNotify, AMainThreadThatWaitsIsAliveAndOneThatHangsIsNot)
 {
     const host_place place;
     struct {
@@ -108,7 +108,7 @@ TEST(service_notify, a_main_thread_that_waits_is_alive_and_one_that_hangs_is_not
     }
 }
 
-TEST(service_notify, others_and_strangers_are_not_taken_for_the_main_thread)
+TEST(ServiceNotify, OthersAndStrangersAreNotTakenForTheMainThread)
 {
     const host_place place;
     const std::string socket = place.folder + "/manager";

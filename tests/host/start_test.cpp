@@ -23,7 +23,7 @@ struct probe : process {
     }
 };
 
-TEST(start, a_wrong_start_names_cause_and_cure_in_one_line)
+TEST(HostStart, AWrongStartNamesCauseAndCureInOneLine)
 {
     const std::string longest(96, 'f');
     struct {
@@ -74,7 +74,7 @@ TEST(start, a_wrong_start_names_cause_and_cure_in_one_line)
     }
 }
 
-TEST(start, a_folder_has_one_daemon_until_it_dies)
+TEST(HostStart, AFolderHasOneDaemonUntilItDies)
 {
     const host_place place;
     probe first("", "stay");
@@ -92,7 +92,7 @@ TEST(start, a_folder_has_one_daemon_until_it_dies)
     EXPECT_EQ(probe("").wait(), 0) << "the claim outlives a killed daemon";
 }
 
-TEST(start, files_that_somebody_put_in_its_place_are_refused_and_left_alone)
+TEST(HostStart, FilesThatSomebodyPutInItsPlaceAreRefusedAndLeftAlone)
 {
     const host_place place;
     const std::string victim = place.folder + "/victim";
@@ -117,7 +117,7 @@ TEST(start, files_that_somebody_put_in_its_place_are_refused_and_left_alone)
     expect_refusal("a pipe", "is not this daemon's file");
 }
 
-TEST(start, closed_standard_descriptors_are_never_anything_else)
+TEST(HostStart, ClosedStandardDescriptorsAreNeverAnythingElse)
 {
     const host_place place;
     for (const char *closed : {"<&-", ">&-", "2>&-", "<&- >&- 2>&-"}) {

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "../process.h"
 #include "host_place.h"
 #include "platform.h"
 
@@ -15,7 +16,7 @@ namespace
 using namespace std::chrono_literals;
 using monotonic = std::chrono::steady_clock;
 
-struct event_test : testing::Test {
+struct Events : testing::Test {
     host_place place;
     int32_t task = VLK_task_getid();
 
@@ -29,7 +30,7 @@ struct event_test : testing::Test {
     }
 };
 
-TEST_F(event_test, bits_add_up_and_are_taken_once_and_by_mask)
+TEST_F(Events, BitsAddUpAndAreTakenOnceAndByMask)
 {
     for (const uint32_t bits : {1U, 1U, 6U})
         EXPECT_EQ(VLK_event_send(task, bits), 0);
@@ -43,14 +44,14 @@ TEST_F(event_test, bits_add_up_and_are_taken_once_and_by_mask)
     EXPECT_EQ(receive(8, -1), 0U) << "a bit that cannot come must not hang";
 }
 
-TEST_F(event_test, a_wait_ends_with_its_time_or_with_another_thread)
+TEST_F(Events, AWaitEndsWithItsTimeOrWithAnotherThread)
 {
     const auto start = monotonic::now();
     EXPECT_EQ(receive(7, 30), 0U);
     EXPECT_GE(monotonic::now() - start, 30ms);
     for (const int32_t limit : {-1, 20'000}) {
         std::thread other([this] {
-            VLK_sleep(20);
+            wait_until([] { return is_asleep(getpid()); }); // the main thread waits
             VLK_event_send(task, 2);
         });
         EXPECT_EQ(receive(7, limit), 2U) << limit;
@@ -59,7 +60,7 @@ TEST_F(event_test, a_wait_ends_with_its_time_or_with_another_thread)
     EXPECT_LT(monotonic::now() - start, 10s);
 }
 
-TEST_F(event_test, no_bit_is_lost_between_a_look_and_the_sleep)
+TEST_F(Events, NoBitIsLostBetweenALookAndTheSleep)
 {
     constexpr int TURNS = 20'000;
     std::atomic<int> taken{0};
@@ -77,7 +78,7 @@ TEST_F(event_test, no_bit_is_lost_between_a_look_and_the_sleep)
     other.join();
 }
 
-TEST(access_mode, takes_octal_text_only)
+TEST(AccessMode, TakesOctalTextOnly)
 {
     const host_place place;
     const char *const path = place.folder.c_str();

@@ -2,6 +2,9 @@
 #include <string>
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include "host_place.h"
 #include "platform.h"
@@ -16,7 +19,7 @@ std::string traced(int level, const std::string &text)
     return testing::internal::GetCapturedStderr();
 }
 
-TEST(trace, one_message_is_one_line_or_none)
+TEST(HostTrace, OneMessageIsOneLineOrNone)
 {
     struct {
         const char *fault;
@@ -48,7 +51,27 @@ TEST(trace, one_message_is_one_line_or_none)
     }
 }
 
-TEST(trace, a_text_without_end_is_cut_and_a_missing_place_is_no_line)
+TEST(HostTrace, WhatGoesToSyslogHasItsPriorityAndNoSecret)
+{
+    const int log = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_un address{AF_UNIX, "/dev/log"};
+    if (bind(log, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        close(log);
+        GTEST_SKIP() << "/dev/log is not ours";
+    }
+    const std::pair<int, const char *> cases[] = {
+        {2, "<27>"}, {4, "<28>"}, {5, "<30>"}, {8, "<30>"}, {16, "<31>"}}; // daemon: 24 and the priority
+    for (const auto &[level, head] : cases) {
+        mlog_print("core", level, "cmd = %s", "AT+CPIN=4711");
+        char entry[200] = "";
+        recv(log, entry, sizeof entry - 1, 0);
+        EXPECT_EQ(entry, head + ("vorlink[" + std::to_string(getpid())) + "]: core: cmd = AT+CPIN=***");
+    }
+    close(log);
+    unlink("/dev/log");
+}
+
+TEST(HostTrace, ATextWithoutEndIsCutAndAMissingPlaceIsNoLine)
 {
     const host_place place;
     setenv("VLK_TRACE_LEVEL", "2", 1);

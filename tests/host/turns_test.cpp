@@ -8,7 +8,7 @@
 namespace
 {
 
-TEST(turns, go_round_between_users_first_and_then_between_a_users_lanes)
+TEST(Turns, GoRoundBetweenUsersFirstAndThenBetweenAUsersLanes)
 {
     // In `play`: "Aa" opens lane a for user A, a lower-case letter alone has requests for ever, "-a" has none any more,
     // "!a" hangs up, "." serves the next. Lanes are a to z.
@@ -53,7 +53,7 @@ TEST(turns, go_round_between_users_first_and_then_between_a_users_lanes)
     }
 }
 
-TEST(turns, every_lane_there_is_can_be_used_and_used_again)
+TEST(Turns, EveryLaneThereIsCanBeUsedAndUsedAgain)
 {
     turns order;
     for (int round = 0; round < 3; ++round) {

@@ -42,6 +42,7 @@ const std::map<string, port_reply> MODEM = {
     {"AT+CMGD=3", {{}, "OK"}},
     {"AT+CPMS=\"SM\";+CMGR=1", {{"+CPMS: 1,50,2,50,3,50", "+CMGR: 0,,24", DELIVERED}, "OK"}},
     {string("AT+CMGS=19 ") + PDU, {{"+CMGS: 12"}, "OK"}},
+    {string("AT+CMGC=19 ") + PDU, {{"+CMGC: 13"}, "OK"}},
     {string("AT+CMGW=19,2 ") + PDU, {{"+CMGW: 3"}, "OK"}},
 };
 
@@ -247,6 +248,14 @@ TEST(PortLine, TakesMessagesAtAPrompt)
          string("ATE0\rAT+CMGW=19,2\r") + PDU + "\x1A",
          {string("AT+CMGW=19,2 ") + PDU},
          prompt + "\r\n+CMGW: 3\r\n" + OK},
+        {"a command about a message is kept back",
+         string("ATE0\rAT+CMGC=19\r") + PDU + "\x1A",
+         {string("AT+CMGC=19 ") + PDU},
+         prompt + "\r\n+CMGC: 13\r\n" + OK},
+        {"its data is taken for a text in text mode",
+         "ATE0\rAT+CMGF=1;+CMGC=2,0\r",
+         {},
+         string("ATE0\r") + OK + "\r\n+CMS ERROR: 302\r\n"},
         {"ESC sends", string("ATE0\rAT+CMGS=19\r00\x1B") + "AT\r", {"AT"}, prompt + OK + OK},
         {"another length than announced",
          string("ATE0\rAT+CMGS=20\r") + PDU + "\x1A",

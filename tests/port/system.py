@@ -48,6 +48,10 @@ class Terminal:
             with contextlib.suppress(OSError):  # EIO: it has ended
                 self.shown += os.read(self.master, 65536)
 
+    def is_raw(self):
+        """Whether the program takes single keys; a line is made of them before."""
+        return not termios.tcgetattr(self.master)[3] & termios.ICANON
+
     def expect(self, pattern, seconds=20):
         """Waits for a pattern behind what was found before."""
         end = time.monotonic() + seconds
@@ -85,7 +89,7 @@ class System:
     def __init__(self, build, folder):
         self.build = build
         self.folder = pathlib.Path(folder)
-        self.folder.chmod(0o750)
+        self.folder.chmod(0o751)  # programs that become somebody else find their port
         (self.folder / "run").mkdir(mode=0o750)
         self.started = []
         self.log = self.folder / "modem.log"

@@ -49,7 +49,7 @@ const mistake mistakes[] = {
     {"a missing include", "include nowhere.dialogue\n", "t:1: cannot read nowhere.dialogue"},
 };
 
-TEST(dialogue, mistakes_name_file_line_and_cause)
+TEST(Dialogue, MistakesNameFileLineAndCause)
 {
     for (const mistake &row : mistakes) {
         SCOPED_TRACE(row.fault);
@@ -83,7 +83,7 @@ const match_case match_cases[] = {
     {"an escaped star is plain text", "ATD\\*99#", "ATD*99#", true, ""},
 };
 
-TEST(dialogue, patterns_match_what_they_say)
+TEST(Dialogue, PatternsMatchWhatTheySay)
 {
     for (const match_case &row : match_cases) {
         SCOPED_TRACE(row.fault);

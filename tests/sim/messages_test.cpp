@@ -39,7 +39,7 @@ void play_all(const std::vector<row> &rows, const std::string &more = "")
         EXPECT_EQ(play(one, what, until), modem_text(what.out)) << what.fault << ": " << what.in;
 }
 
-TEST(messages, pdu_mode)
+TEST(SimulatedMessages, PduMode)
 {
     play_all({
         {"all three", "AT+CMGL=4\r",
@@ -65,7 +65,7 @@ TEST(messages, pdu_mode)
     });
 }
 
-TEST(messages, text_mode)
+TEST(SimulatedMessages, TextMode)
 {
     play_all({
         {"all", "AT+CMGF=1\rAT+CMGL=\"ALL\"\r",
@@ -92,7 +92,7 @@ TEST(messages, text_mode)
     });
 }
 
-TEST(messages, announced_as_the_client_asked)
+TEST(SimulatedMessages, AnnouncedAsTheClientAsked)
 {
     play_all({
         {"not at all", "!+12 Hi", ""},
@@ -113,7 +113,7 @@ TEST(messages, announced_as_the_client_asked)
     });
 }
 
-TEST(messages, sent_ones_come_back_and_are_reported)
+TEST(SimulatedMessages, SentOnesComeBackAndAreReported)
 {
     const std::string wanted = "0031000291210000A70148"; // asks for a report
     const std::string report = "07912120550501F0060C0291216210102100004062101021000040";
@@ -143,7 +143,7 @@ TEST(messages, sent_ones_come_back_and_are_reported)
     EXPECT_EQ(one.answer("", 6000), modem_text("~+CDS: 20~" + report + "46~"));
 }
 
-TEST(messages, a_full_memory_refuses_and_a_long_list_waits_for_its_reader)
+TEST(SimulatedMessages, AFullMemoryRefusesAndALongListWaitsForItsReader)
 {
     session one("forget messages\n");
     for (int i = 0; i < 50; ++i)

@@ -93,7 +93,7 @@ const exchange exchanges[] = {
     {"a command in the prompt is text", "AT+CMGS=\"1\"\rAT\r#", "~> ~+CMGS: 12~~OK~"},
 };
 
-TEST(modem, exchanges_whole_and_byte_by_byte)
+TEST(SimulatedModem, ExchangesWholeAndByteByByte)
 {
     for (const exchange &row : exchanges) {
         SCOPED_TRACE(row.fault);
@@ -107,7 +107,7 @@ TEST(modem, exchanges_whole_and_byte_by_byte)
     }
 }
 
-TEST(modem, a_wrong_pin_costs_a_try_and_the_last_one_the_pin)
+TEST(SimulatedModem, AWrongPinCostsATryAndTheLastOneThePin)
 {
     const exchange rows[] = {
         {"locked", "AT+CIMI\rAT+CPIN?\r", "~+CME ERROR: 11~~+CPIN: SIM PIN~~OK~"},
@@ -128,7 +128,7 @@ TEST(modem, a_wrong_pin_costs_a_try_and_the_last_one_the_pin)
         EXPECT_EQ(one.answer(modem_text(row.in), until += 1000), modem_text(row.out)) << row.fault;
 }
 
-TEST(modem, any_byte_ends_a_search_and_is_dropped)
+TEST(SimulatedModem, AnyByteEndsASearchAndIsDropped)
 {
     session one;
     EXPECT_EQ(one.answer("AT+COPS=?\r\n", 1000), "") << "the line feed belongs to the command";
@@ -137,7 +137,7 @@ TEST(modem, any_byte_ends_a_search_and_is_dropped)
     EXPECT_NE(one.answer("AT+COPS=?\r", 3500).find("Example Test"), std::string::npos) << "let alone";
 }
 
-TEST(modem, data_flow_until_three_plus_between_silences)
+TEST(SimulatedModem, DataFlowUntilThreePlusBetweenSilences)
 {
     struct {
         const char *in;
@@ -176,7 +176,7 @@ TEST(modem, data_flow_until_three_plus_between_silences)
     EXPECT_EQ(one.answer("AT\r", 1010), "\r\nOK\r\n") << "the connection went with its client";
 }
 
-TEST(modem, latency_stands_before_each_answer)
+TEST(SimulatedModem, LatencyStandsBeforeEachAnswer)
 {
     session one("set latency 100ms\n");
     EXPECT_EQ(one.answer("AT+CSQ;+CSQ\r", 99), "");
@@ -187,7 +187,7 @@ TEST(modem, latency_stands_before_each_answer)
     EXPECT_EQ(one.answer("", 400), "\r\n+CMGW: 4\r\n\r\nOK\r\n");
 }
 
-TEST(modem, conditions_choose_steps_in_answers_repeats_and_schedules)
+TEST(SimulatedModem, ConditionsChooseStepsInAnswersRepeatsAndSchedules)
 {
     session one(R"(
 set level 3
@@ -221,7 +221,7 @@ every 1s
     EXPECT_EQ(one.answer("AT+IF=1\r", 3000), modem_text("~other~not a~1~-2~~OK~~empty~"));
 }
 
-TEST(modem, the_built_in_reports_come_every_two_seconds)
+TEST(SimulatedModem, TheBuiltInReportsComeEveryTwoSeconds)
 {
     session one("", "include default\n");
     EXPECT_EQ(one.answer("", 999), "");
@@ -231,7 +231,7 @@ TEST(modem, the_built_in_reports_come_every_two_seconds)
                    "~^HCSQ: \"LTE\",53,42,93,20~~^HCSQ: \"LTE\",50,40,90,20~"));
 }
 
-TEST(modem, reports_due_while_nobody_reads_are_lost_and_answers_wait)
+TEST(SimulatedModem, ReportsDueWhileNobodyReadsAreLostAndAnswersWait)
 {
     session one(reports);
     one.receive("AT+CMGL=4\r");
@@ -250,7 +250,7 @@ TEST(modem, reports_due_while_nobody_reads_are_lost_and_answers_wait)
     EXPECT_EQ(one.answer("", 200050), "\r\n^RSSI: 7\r\n") << "the next one is in time again";
 }
 
-TEST(modem, a_scan_is_stopped_once_and_overtakes_the_queue)
+TEST(SimulatedModem, AScanIsStoppedOnceAndOvertakesTheQueue)
 {
     session one(script);
     EXPECT_EQ(one.answer("AT^NETSCAN\rAT\rat+stop\rAT+STOP\r", 50), modem_text("~OK~"));
@@ -259,7 +259,7 @@ TEST(modem, a_scan_is_stopped_once_and_overtakes_the_queue)
     EXPECT_EQ(one.answer("AT+STOP\r", 3500), modem_text("~after~~OK~")) << "too late to stop it";
 }
 
-TEST(modem, schedules_count_from_the_first_client_and_go_on_without_one)
+TEST(SimulatedModem, SchedulesCountFromTheFirstClientAndGoOnWithoutOne)
 {
     session one(reports);
     EXPECT_EQ(one.answer("", 210), "\r\n^RSSI: 7\r\n\r\n^SIMST: 1\r\n\r\n^RSSI: 7\r\n");
@@ -277,7 +277,7 @@ TEST(modem, schedules_count_from_the_first_client_and_go_on_without_one)
     EXPECT_EQ(one.answer("AT\r", 841), "\r\nOK\r\n") << "start values again: no echo, not silent";
 }
 
-TEST(modem, output_that_nobody_reads_is_bounded_and_nothing_is_lost)
+TEST(SimulatedModem, OutputThatNobodyReadsIsBoundedAndNothingIsLost)
 {
     session one;
     one.flood(100000, "^RSSI: {i}");

@@ -35,7 +35,7 @@ const vector_case vectors[] = {
      "26/01/01,12:00:00+00", "€^"},
 };
 
-TEST(pdu, vectors_read_and_written_back)
+TEST(SimulatedPdu, VectorsReadAndWrittenBack)
 {
     for (const vector_case &row : vectors) {
         SCOPED_TRACE(row.fault);
@@ -79,7 +79,7 @@ const text_case texts[] = {
     {"bytes that are no UTF-8 become one sign", "a\xff\xc3", true, 8, 6},
 };
 
-TEST(pdu, texts_take_the_alphabet_they_need)
+TEST(SimulatedPdu, TextsTakeTheAlphabetTheyNeed)
 {
     for (const text_case &row : texts) {
         SCOPED_TRACE(row.fault);
@@ -102,7 +102,7 @@ TEST(pdu, texts_take_the_alphabet_they_need)
     }
 }
 
-TEST(pdu, what_is_cut_or_random_is_refused_or_survives_unchanged)
+TEST(SimulatedPdu, WhatIsCutOrRandomIsRefusedOrSurvivesUnchanged)
 {
     const std::string whole = vectors[1].pdu;
     for (std::size_t length = 0; length < whole.size(); ++length)

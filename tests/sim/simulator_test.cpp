@@ -64,14 +64,14 @@ struct simulator : process {
     std::string device; ///< the first line
 };
 
-struct simulator_process : testing::Test {
-    simulator_process() : folder(testing::TempDir() + "modemsim.XXXXXX") { ::mkdtemp(folder.data()); }
-    ~simulator_process() override { fs::remove_all(folder); }
+struct SimulatorProcess : testing::Test {
+    SimulatorProcess() : folder(testing::TempDir() + "modemsim.XXXXXX") { ::mkdtemp(folder.data()); }
+    ~SimulatorProcess() override { fs::remove_all(folder); }
 
     std::string folder;
 };
 
-TEST_F(simulator_process, clients_leave_nothing_to_the_next)
+TEST_F(SimulatorProcess, ClientsLeaveNothingToTheNext)
 {
     simulator modem("--no-reports");
     EXPECT_EQ(modem.ask("report RING"), "error: nobody has the device open; nothing was sent");
@@ -90,7 +90,7 @@ TEST_F(simulator_process, clients_leave_nothing_to_the_next)
     EXPECT_EQ(stream(modem.device).ask("AT\r"), at_echoed);
 }
 
-TEST_F(simulator_process, unplug_and_replug_under_the_same_link)
+TEST_F(SimulatorProcess, UnplugAndReplugUnderTheSameLink)
 {
     const std::string link = folder + "/modem";
     simulator modem("--no-reports --link " + link);
@@ -114,7 +114,7 @@ TEST_F(simulator_process, unplug_and_replug_under_the_same_link)
     EXPECT_FALSE(fs::exists(fs::symlink_status(link))) << "the link goes with the program";
 }
 
-TEST_F(simulator_process, split_output_flood_and_garbage_lose_nothing)
+TEST_F(SimulatorProcess, SplitOutputFloodAndGarbageLoseNothing)
 {
     simulator modem("--no-reports --split random");
     const stream client(modem.device);
@@ -126,7 +126,7 @@ TEST_F(simulator_process, split_output_flood_and_garbage_lose_nothing)
     EXPECT_EQ(client.ask("AT\r", "\r\nOK\r\n").size(), 300U + 6U);
 }
 
-TEST_F(simulator_process, what_nobody_reads_waits_in_order_and_control_lines_say_so)
+TEST_F(SimulatorProcess, WhatNobodyReadsWaitsInOrderAndControlLinesSaySo)
 {
     simulator modem("--no-reports --echo off");
     const stream client(modem.device);
@@ -145,7 +145,7 @@ TEST_F(simulator_process, what_nobody_reads_waits_in_order_and_control_lines_say
     EXPECT_EQ(client.ask("AT+CGMM\r"), "\r\nEX-1 LTE\r\n\r\nOK\r\n") << "in step again";
 }
 
-TEST_F(simulator_process, control_lines_for_messages_and_calls)
+TEST_F(SimulatorProcess, ControlLinesForMessagesAndCalls)
 {
     struct {
         const char *control;
@@ -179,7 +179,7 @@ TEST_F(simulator_process, control_lines_for_messages_and_calls)
     EXPECT_EQ(client.ask("AT\r"), "\r\nNO CARRIER\r\n\r\nOK\r\n");
 }
 
-TEST_F(simulator_process, a_pace_holds_each_way_and_latency_before_answers)
+TEST_F(SimulatorProcess, APaceHoldsEachWayAndLatencyBeforeAnswers)
 {
     simulator modem("--no-reports --echo off --pace 2000 --latency 300ms");
     const stream client(modem.device);
@@ -198,7 +198,7 @@ TEST_F(simulator_process, a_pace_holds_each_way_and_latency_before_answers)
     EXPECT_EQ(client.ask("AT\r"), "\r\nOK\r\n");
 }
 
-TEST_F(simulator_process, a_socket_serves_one_client_after_the_other)
+TEST_F(SimulatorProcess, ASocketServesOneClientAfterTheOther)
 {
     const std::string path = folder + "/modem.sock";
     simulator modem("--no-reports --exit-with-stdin --echo off --socket " + path);
@@ -216,7 +216,7 @@ TEST_F(simulator_process, a_socket_serves_one_client_after_the_other)
     EXPECT_FALSE(fs::exists(path));
 }
 
-TEST_F(simulator_process, mistakes_have_exit_codes_and_a_file_is_never_overwritten)
+TEST_F(SimulatorProcess, MistakesHaveExitCodesAndAFileIsNeverOverwritten)
 {
     const std::string file = folder + "/bad.dialogue";
     std::ofstream(file) << "command AT\n";

@@ -25,6 +25,9 @@ enum host_packet_kind : uint32_t {
     HOST_SUBSCRIBED = 5,  ///< answers a subscription, when it is in force; module, name and value1 as sent
     HOST_STATUS = 6,      ///< answers HOST_ASK_STATUS; data: lines of a name, a blank and a value
     HOST_REPORT_LINE = 7, ///< for HOST_TAKE_LINES; data: an unsolicited line of the modem without its end
+    HOST_ANSWER_TEXT =
+        8, ///< for HOST_TAKE_ANSWERS; module = process, value1 and code = Id and seq of its request,
+           ///< value2 = host_answer_flags; data: text of the modem, its line ends included
 
     // service to daemon
     HOST_SUBSCRIBE = 16, ///< value1 = what is wanted (host_subscription), with module or name
@@ -35,10 +38,16 @@ enum host_packet_kind : uint32_t {
 };
 
 enum host_subscription : int32_t {
-    HOST_TAKE_MODULE = 0, ///< the events of one module
-    HOST_TAKE_NAME = 1,   ///< the bus messages to one name
-    HOST_TAKE_ALL = 2,    ///< everything but lines
-    HOST_TAKE_LINES = 3,  ///< the modem's unsolicited lines
+    HOST_TAKE_MODULE = 0,  ///< the events of one module
+    HOST_TAKE_NAME = 1,    ///< the bus messages to one name
+    HOST_TAKE_ALL = 2,     ///< everything but lines and answers
+    HOST_TAKE_LINES = 3,   ///< the modem's unsolicited lines
+    HOST_TAKE_ANSWERS = 4, ///< what the modem says while commands of the listener's own process run
+};
+
+enum host_answer_flags : int32_t {
+    HOST_ANSWER_OWN = 1, ///< the command's answer; without it, reports that came meanwhile
+    HOST_ANSWER_CUT = 2, ///< lines of the answer before this text were dropped
 };
 
 inline constexpr uint32_t HOST_BUS_RELEASE_MODEM = 34821; ///< bus message of root and the daemon's user only

@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "host/at_parse_status.h"
+#include "text/at_parse_status.h"
 
 namespace
 {

@@ -12,7 +12,7 @@ const char *shown(const char *text)
     return text == nullptr ? "none" : text;
 }
 
-TEST(text_helpers, numbers_stop_at_the_first_other_character_and_saturate)
+TEST(TextHelpers, NumbersStopAtTheFirstOtherCharacterAndSaturate)
 {
     struct {
         const char *text;
@@ -43,7 +43,7 @@ TEST(text_helpers, numbers_stop_at_the_first_other_character_and_saturate)
     }
 }
 
-TEST(text_helpers, comparisons_fold_ascii_letters_only)
+TEST(TextHelpers, ComparisonsFoldAsciiLettersOnly)
 {
     struct {
         const char *a, *b;

@@ -10,7 +10,7 @@
 #include <new>
 #include <string_view>
 
-#include "host/at_parse_status.h"
+#include "text/at_parse_status.h"
 #include "text_helpers.h"
 
 namespace

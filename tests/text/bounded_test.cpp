@@ -68,7 +68,7 @@ struct {
     {"no destination", [](text) { return snprintf_s(nullptr, 4, 3, "%s", "x"); }, -1, "abcd~~~~"s},
 };
 
-TEST(bounded, keeps_to_its_bounds)
+TEST(Bounded, KeepsToItsBounds)
 {
     for (const auto &c : cases) {
         char dest[] = "abcd~~~~";
