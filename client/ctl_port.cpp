@@ -91,7 +91,7 @@ public:
     int serve(int signals);
 
 private:
-    void look_at_programs();
+    port_change look_at_programs();
     void read_program();
     void write_program();
     void serve_request();
@@ -119,36 +119,40 @@ private:
 };
 
 /// Until a program opens the port there is nothing to do but reports, which then nobody reads.
-void port::look_at_programs()
+port_change port::look_at_programs()
 {
     const port_change change = pty.look();
     if (change == port_change::NONE)
-        return;
+        return change;
     pending.clear();
     if (change == port_change::CLOSED)
-        return; // what was asked for is done, as long as nobody else comes
+        return change; // what was asked for is done, as long as nobody else comes
     if (started)
         client.reset(); // withdraws it
     started = sent = false;
     line.open();
+    return change;
 }
 
 void port::read_program()
 {
     std::array<char, 1024> bytes;
-    while (line.has_room() && pending.size() < OUTPUT_MAX) {
+    while (pty.is_open() && line.has_room() && pending.size() < OUTPUT_MAX) {
         const ssize_t count = read(pty.terminal(), bytes.data(), bytes.size());
-        if (count <= 0)
+        const port_change change = look_at_programs(); // whose bytes these are
+        if (count > 0 && change != port_change::FOLLOWED) {
+            line.take({bytes.data(), static_cast<size_t>(count)});
+            write_program();
+        }
+        if (count <= 0 && change == port_change::NONE)
             return;
-        line.take({bytes.data(), static_cast<size_t>(count)});
-        write_program();
     }
 }
 
 void port::write_program()
 {
     pending += line.take_output();
-    if (!pty.is_open())
+    if (!pty.is_open() || pty.hung_up())
         pending.clear();
     if (pending.empty())
         return;
@@ -294,18 +298,15 @@ int port::serve(int signals)
         const auto wanted = static_cast<short>((reads ? POLLIN : 0) | (pending.empty() ? 0 : POLLOUT));
         std::array<pollfd, 5> inputs{{{signals, POLLIN, 0},
                                       {pty.watch(), POLLIN, 0},
-                                      {pty.is_open() ? pty.terminal() : -1, wanted, 0},
+                                      {pty.is_open() && wanted != 0 ? pty.terminal() : -1, wanted, 0},
                                       {hub ? vlk_hub_fd(hub.get()) : -1, POLLIN, 0},
                                       {sent ? vlk_client_fd(client.get()) : -1, POLLIN, 0}}};
         if (poll(inputs.data(), inputs.size(), wait_ms()) < 0 && errno != EINTR)
             return EXIT_OTHER;
         if (inputs[0].revents != 0)
             return EXIT_DONE;
-        if (pty.is_open() && pty.hung_up())
-            read_program();
-        look_at_programs(); // always: who writes what is read next may have opened the terminal since poll
-        if (pty.is_open())
-            read_program();
+        look_at_programs();
+        read_program();
         serve_reports();
         serve_request();
         write_program();

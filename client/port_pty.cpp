@@ -54,6 +54,7 @@ void close_if_open(int &fd)
         close(fd);
     fd = -1;
 }
+
 /// Whether it echoed what came from the port.
 bool set_raw(int terminal)
 {
@@ -133,7 +134,8 @@ string port_pty::make_terminal()
 {
     close_if_open(master);
     close_if_open(events);
-    open_now = false;
+    open_now = left = false;
+    holders = 0;
     master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     std::array<char, 64> name{};
     if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0 ||
@@ -173,12 +175,12 @@ bool port_pty::prepare()
     ioctl(terminal, TIOCNXCL);
     const bool echoed = set_raw(terminal);
     drain(master, terminal);
-    if (echoed) // to the port, as if it had been typed
-        tcflush(master, TCIFLUSH);
     // a user who may not give the terminal to the group keeps it to their own
     [[maybe_unused]] const int given = fchown(terminal, static_cast<uid_t>(-1), place.group);
     const bool set_up = fchmod(terminal, place.mode) == 0;
     close(terminal);
+    if (echoed && hung_up()) // to the port, as if it had been typed
+        tcflush(master, TCIFLUSH);
     take_events();
     return set_up;
 }
@@ -189,18 +191,35 @@ bool port_pty::hung_up() const
     return poll(&state, 1, 0) == 1 && (state.revents & POLLHUP) != 0;
 }
 
-port_pty::seen port_pty::take_events() const
+/// Nobody has it open, and all that was written is read. Looked at twice: the kernel looks for bytes first, and a
+/// program may write and close between.
+bool port_pty::abandoned() const
+{
+    for (int times = 0; times < 2; times++) {
+        pollfd state{master, POLLIN, 0};
+        if (poll(&state, 1, 0) != 1 || (state.revents & (POLLIN | POLLHUP)) != POLLHUP)
+            return false;
+    }
+    return true;
+}
+
+port_pty::seen port_pty::take_events()
 {
     alignas(inotify_event) std::array<char, 4096> bytes;
     seen found;
-    bool closed = false;
     for (ssize_t size; (size = read(events, bytes.data(), bytes.size())) > 0;) {
         for (ssize_t at = 0; at < size;) {
             inotify_event event;
             std::memcpy(&event, bytes.data() + at, sizeof event);
-            closed = closed || (event.mask & IN_CLOSE) != 0;
-            found.opened = found.opened || (event.mask & IN_OPEN) != 0;
-            found.reopened = found.reopened || (closed && (event.mask & IN_OPEN) != 0);
+            if ((event.mask & IN_OPEN) != 0) {
+                found.opened = true;
+                found.reopened = found.reopened || left;
+                left = false;
+                holders++;
+            } else if ((event.mask & IN_CLOSE) != 0) {
+                holders = std::max(holders - 1, 0);
+                left = holders == 0;
+            }
             at += static_cast<ssize_t>(sizeof event + event.len);
         }
     }
@@ -212,7 +231,7 @@ port_change port_pty::look()
     const seen events_seen = take_events();
     const bool reopened = events_seen.reopened;
     const bool was_open = open_now;
-    open_now = !hung_up();
+    open_now = !abandoned();
     if (!was_open && events_seen.opened)
         open_now = true; // its bytes are still there; the next look finds it closed
     if (!was_open)
@@ -223,8 +242,11 @@ port_change port_pty::look()
         set_raw(master); // too late for a program that was quick to set its own, which waits longer then
         return port_change::REOPENED;
     }
-    if (!prepare() && !make_terminal().empty())
+    holders = 0;
+    // a lock may be of the next program already
+    if (!prepare() && abandoned() && !make_terminal().empty())
         return port_change::CLOSED; // no terminals left: tried again after the next program
-    open_now = !hung_up();
-    return open_now ? port_change::REOPENED : port_change::CLOSED;
+    left = false;                   // that was prepare()
+    open_now = !abandoned();
+    return open_now ? reopened ? port_change::REOPENED : port_change::FOLLOWED : port_change::CLOSED;
 }

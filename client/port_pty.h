@@ -17,7 +17,8 @@ enum class port_change {
     NONE,
     OPENED,   ///< a program has opened the terminal, which nobody had open
     CLOSED,   ///< the last program has closed it
-    REOPENED, ///< both, the closing first
+    REOPENED, ///< both, the closing first: what was read since the look before may be of either
+    FOLLOWED, ///< both, and what was read since the look before is of the one that has gone
 };
 
 class port_pty
@@ -34,9 +35,10 @@ public:
     /// any more is replaced, anything else of that name is refused.
     std::string create(const port_place &place);
 
-    /// Looks whether programs have come or gone; call it when watch() is readable or the terminal hangs up. Between two
-    /// programs the terminal gets its raw mode back, loses what nobody read and a lock (TIOCEXCL) left behind. It
-    /// may become another terminal then.
+    /// Looks whether programs have come or gone; call it when watch() is readable, and after each read()
+    /// of the terminal before its bytes are used. A program has gone when all that it wrote has been read. Between
+    /// two programs the terminal gets its raw mode back, loses what nobody read and a lock (TIOCEXCL) left behind.
+    /// It may become another terminal then.
     port_change look();
 
     bool is_open() const { return open_now; }
@@ -48,14 +50,15 @@ public:
 private:
     struct seen {
         bool opened = false;
-        bool reopened = false; ///< an opening behind a closing
+        bool reopened = false; ///< an opening behind the last closing
     };
 
     std::string claim();
     std::string make_terminal();
     std::string make_link();
     bool prepare();
-    seen take_events() const;
+    bool abandoned() const;
+    seen take_events();
 
     port_place place;
     std::string path;
@@ -63,6 +66,8 @@ private:
     int events = -1;
     int claimed = -1; ///< a socket whose name says that the link is served
     bool open_now = false;
+    int holders = 0;   ///< how often it is open, as far as the kernel tells: it joins like events in a row
+    bool left = false; ///< closed as often as opened; an opening now is the next program's
     bool linked = false;
 };
 
