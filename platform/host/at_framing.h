@@ -112,7 +112,7 @@ private:
     std::string_view text_from(std::size_t start) const;
 
     at_framing_sink &sink;
-    std::array<char, AT_DELIVERY_MAX> line{}; ///< the unit being put together
+    std::array<char, AT_DELIVERY_MAX> line;   ///< the unit being put together
     std::size_t count = 0;                    ///< bytes in line
     std::size_t header = 0;                   ///< bytes of line that are a finished header
     unit waiting = unit::LINE;                ///< what ends the unit

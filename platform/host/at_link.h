@@ -91,7 +91,7 @@ struct at_asker {
 class at_link final : at_framing_sink
 {
 public:
-    constexpr explicit at_link(at_link_port &results) : port(results) {}
+    explicit at_link(at_link_port &results) : port(results) {}
 
     /// The device was opened: the link gets the modem to answer and sets up its line.
     void opened(int64_t now_ms);
@@ -167,7 +167,7 @@ private:
 
     /// A line that is kept.
     struct kept_line {
-        std::array<char, AT_LINE_MAX> bytes{};
+        std::array<char, AT_LINE_MAX> bytes;
         std::size_t count = 0;
         std::string_view text() const { return {bytes.data(), count}; }
         bool keep(std::string_view line);
@@ -273,10 +273,10 @@ private:
     int guard = 0;            ///< commands before which the modem, which answers twice, is asked
     unsigned told_notices = 0;
 
-    bool keeps_open = false;                  ///< the start of the open line is in the answer
-    std::array<char, AT_ANSWER_MAX> answer{}; ///< units: two bytes of length and flag, the text
+    bool keeps_open = false;                ///< the start of the open line is in the answer
+    std::array<char, AT_ANSWER_MAX> answer; ///< units: two bytes of length and flag, the text
     std::size_t answer_count = 0;
-    std::array<char, AT_DELIVERY_MAX> delivery{};
+    std::array<char, AT_DELIVERY_MAX> delivery;
     std::size_t delivery_count = 0;
     bool delivery_is_answer = false;
 };

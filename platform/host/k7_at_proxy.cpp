@@ -84,14 +84,14 @@ private:
     }
 
     // A whole answer, what a feed may add to it, and two bytes for each delivery.
-    std::array<char, AT_ANSWER_MAX + 12 * AT_FEED_MAX> bytes{};
+    std::array<char, AT_ANSWER_MAX + 12 * AT_FEED_MAX> bytes;
     size_t begin = 0;
     size_t end = 0;
 };
 
 /// What the link wants written, in its order.
 struct write_buffer {
-    std::array<char, 4 * AT_LINE_MAX> bytes{};
+    std::array<char, 4 * AT_LINE_MAX> bytes;
     size_t count = 0;
 
     void put(std::string_view text)
@@ -277,7 +277,7 @@ private:
     bool reported_loss = false;
 };
 
-constinit at_proxy proxy;
+at_proxy proxy; // its buffers stay in .bss, of which only what is used takes memory
 static_assert(std::is_trivially_destructible_v<at_proxy>, "its thread may still run when the process ends");
 
 int send_to_modem(uint32_t channel, const char *text, uint16_t length)

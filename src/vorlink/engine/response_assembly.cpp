@@ -199,7 +199,7 @@ int at_process_nas_msg(int *retcode)
     static at_cmd_msg msg; // nobody's: what is stored in it is not read, so it is zeroed once
     msg.req_type = ACTIVE_REPORT;
     int result = -1;
-    for (at_sm_reset(); receive_record(0) == 0; at_sm_drop_record())
+    for (at_sm_drop_record(); receive_record(0) == 0; at_sm_drop_record())
         result = parse_response(&msg);
     return result;
 }
