@@ -112,10 +112,10 @@ private:
     std::string_view text_from(std::size_t start) const;
 
     at_framing_sink &sink;
-    std::array<char, AT_DELIVERY_MAX> line;   ///< the unit being put together
-    std::size_t count = 0;                    ///< bytes in line
-    std::size_t header = 0;                   ///< bytes of line that are a finished header
-    unit waiting = unit::LINE;                ///< what ends the unit
+    std::array<char, AT_DELIVERY_MAX> line; ///< the unit being put together
+    std::size_t count = 0;                  ///< bytes in line
+    std::size_t header = 0;                 ///< bytes of line that are a finished header
+    unit waiting = unit::LINE;              ///< what ends the unit
     at_line_end line_end = at_line_end::CR_LF;
     at_line_end seen_end = at_line_end::ANY;
     bool free_text = false;    ///< what follows the header may be any text, not only a PDU

@@ -28,6 +28,7 @@
 #include "host_log.h"
 #include "host_start.h"
 #include "hub.h"
+#include "main_wait.h"
 #include "modem_state.h"
 #include "msgq_plain.h"
 #include "report_lines.h"
@@ -196,6 +197,8 @@ public:
     int send(uint32_t to_channel, std::string_view text);
     void asker_gone(uint32_t request);
     bool read_here(int64_t deadline);
+    void input();
+    void before_sleep() const;
     void read_there();
 
     void write(std::string_view text) override { to_write.put(text); }
@@ -218,6 +221,7 @@ private:
     void wait_for_input(int64_t wait_ms) const;
     void take_wakes() const;
     bool pass_on_input(size_t limit);
+    bool pass_on(const char *bytes, ssize_t count);
     void run_link(std::string_view bytes);
     void do_what_link_wants(std::unique_lock<std::mutex> link_lock);
     void tell_asker(std::string_view text, bool is_answer) const;
@@ -227,6 +231,9 @@ private:
     void wake_reader() const;
     bool runs_commands() const { return pthread_equal(commands_thread, pthread_self()) != 0; }
     int watch(int fd, int operation) const;
+    bool take_over_reading(const std::unique_lock<std::mutex> &lock);
+    bool wait_here(int64_t deadline) const;
+    bool goes_on_here(bool can_go_on, std::unique_lock<std::mutex> lock);
     void give_back_reading();
     void set_modem(host_modem_state state, const char *reason);
     void set_silent();
@@ -257,7 +264,9 @@ private:
     write_buffer to_write;
     served_asker asked_by;
     std::atomic<int64_t> due{-1}; ///< as link.due()
-    bool was_ready = false;       ///< as it was told last
+    std::atomic<int64_t> reader_due{
+        -1};                ///< until then the reader's thread waits, -1: it does not look at the time
+    bool was_ready = false; ///< as it was told last
     bool wants_hang_up = false;
     std::atomic<bool> wants_reopen{false};
 
@@ -525,7 +534,9 @@ void at_proxy::serve_device()
         is_served = true;
     }
     while (!stopping && !broken && !wants_reopen) {
+        reader_due = -1; // first: a time that is set now is seen by this thread or tells it so
         const int64_t until = due;
+        reader_due = until;
         wait_for_input(until < 0 ? -1 : std::max<int64_t>(until - monotonic_ms(), 0));
         const std::scoped_lock lock(reading);
         take_wakes(); // not before: whoever reads at the moment sees them, too
@@ -558,10 +569,15 @@ void at_proxy::wait_for_input(int64_t wait_ms) const
 bool at_proxy::pass_on_input(size_t limit)
 {
     std::array<char, READ_MAX> bytes;
-    const ssize_t count = at_device_read(device, {bytes.data(), limit});
+    return pass_on(bytes.data(), at_device_read(device, {bytes.data(), limit}));
+}
+
+/// The bytes of a read; count as at_device_read returned it.
+bool at_proxy::pass_on(const char *bytes, ssize_t count)
+{
     if (count < 0)
         return false;
-    std::string_view text(bytes.data(), static_cast<size_t>(count));
+    std::string_view text(bytes, static_cast<size_t>(count));
     do {
         run_link(text.substr(0, AT_FEED_MAX));
         push_deliveries();
@@ -693,12 +709,19 @@ bool at_proxy::read_here(int64_t deadline)
     if (!runs_commands())
         return false;
     std::unique_lock lock(reading, std::try_to_lock);
-    if (!lock || !is_served || !to_deliver.is_empty() || stopping || broken || wants_reopen) {
-        read_there();
+    if (!take_over_reading(lock))
         return false;
-    }
-    if (!reads_here.exchange(true))
-        watch(device.fd, EPOLL_CTL_DEL);
+    std::array<char, AT_FEED_MAX> bytes;
+    ssize_t count = at_device_read(device, bytes); // before the wait: a quick modem has answered by now
+    const bool has_waited = count == 0 && wait_here(deadline);
+    if (has_waited)
+        count = at_device_read(device, bytes);
+    return goes_on_here((count != 0 || has_waited) && pass_on(bytes.data(), count), std::move(lock));
+}
+
+/// False when the reader's thread was woken, which has something to do then.
+bool at_proxy::wait_here(int64_t deadline) const
+{
     int wait_ms = poll_time(deadline);
     if (const int64_t until = due; until >= 0) {
         const int left = static_cast<int>(std::max<int64_t>(until - monotonic_ms(), 0));
@@ -706,12 +729,47 @@ bool at_proxy::read_here(int64_t deadline)
     }
     pollfd inputs[] = {{device.fd, POLLIN, 0}, {wake_fd, POLLIN, 0}};
     poll(inputs, 2, wait_ms);
-    if (inputs[1].revents == 0 && pass_on_input(AT_FEED_MAX) && to_deliver.is_empty() && !broken &&
-        !wants_reopen)
+    return inputs[1].revents == 0;
+}
+
+void at_proxy::input()
+{
+    std::unique_lock lock(reading, std::try_to_lock);
+    if (take_over_reading(lock))
+        goes_on_here(pass_on_input(AT_FEED_MAX), std::move(lock));
+}
+
+void at_proxy::before_sleep() const
+{
+    const int64_t until = due;
+    if (until >= 0 && reads_here && (reader_due < 0 || until < reader_due))
+        wake_reader();
+}
+
+/// False when the reader's thread has to read: it is at work, or has something else to do first.
+bool at_proxy::take_over_reading(const std::unique_lock<std::mutex> &lock)
+{
+    if (!lock || !is_served || !to_deliver.is_empty() || stopping || broken || wants_reopen) {
+        read_there();
+        return false;
+    }
+    if (reads_here)
+        return true;
+    if (main_wait_add_modem(device.fd) != 0 && errno != EEXIST)
+        return false;
+    watch(device.fd, EPOLL_CTL_DEL);
+    reads_here = true;
+    return true;
+}
+
+/// False when the reader's thread has to go on: it is told so.
+bool at_proxy::goes_on_here(bool can_go_on, std::unique_lock<std::mutex> lock)
+{
+    if (can_go_on && to_deliver.is_empty() && !broken && !wants_reopen)
         return true;
     lock.unlock();
     read_there();
-    wake_reader(); // it has something to do
+    wake_reader();
     return false;
 }
 
@@ -728,6 +786,7 @@ void at_proxy::give_back_reading()
 {
     if (!reads_here.exchange(false))
         return;
+    main_wait_remove_modem(device.fd);
     watch(device.fd, EPOLL_CTL_ADD);
     if (due >= 0)
         wake_reader(); // it waits without that time
@@ -810,6 +869,16 @@ void at_proxy_asker_gone(uint32_t request)
 bool at_proxy_read_here(int64_t deadline)
 {
     return proxy.read_here(deadline);
+}
+
+void at_proxy_input()
+{
+    proxy.input();
+}
+
+void at_proxy_before_sleep()
+{
+    proxy.before_sleep();
 }
 
 void at_proxy_read_there()

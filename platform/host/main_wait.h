@@ -16,6 +16,11 @@ void main_wait_set_proc(main_wait_proc proc);
 int main_wait_add(int fd, uint32_t events, uint32_t tag);
 int main_wait_change(int fd, uint32_t events, uint32_t tag);
 
+/// The same for the modem's device, whose input at_proxy_input handles as long as there is some. EEXIST when it is
+/// waited for already.
+int main_wait_add_modem(int fd);
+void main_wait_remove_modem(int fd);
+
 /// Handles what has happened so far, without waiting. Main thread.
 void main_wait_look();
 

@@ -32,6 +32,7 @@ static uint32_t last_bits = 0;
 static uint32_t waits = 0;
 
 constexpr uint32_t WAKE_TAG = UINT32_MAX;
+constexpr uint32_t MODEM_TAG = WAKE_TAG - 1;
 constexpr int64_t LONG_YIELD_NS = 100'000;
 constexpr int64_t YIELD_PAUSE = 64; // times a long yield, until the next one
 
@@ -54,12 +55,15 @@ static void yield_before_sleep()
 static void wait_for_descriptors(int wait_ms)
 {
     if (wait_ms != 0)
-        at_proxy_read_there();
+        at_proxy_before_sleep();
     std::array<epoll_event, 64> came;
     const int count = epoll_wait(wait_fd, came.data(), came.size(), wait_ms);
+    owner_may_sleep = false; // bits that are raised here wake nobody
     for (int i = 0; i < count; ++i) {
         const epoll_event &event = came[static_cast<size_t>(i)];
-        if (event.data.u32 != WAKE_TAG && descriptor_proc != nullptr)
+        if (event.data.u32 == MODEM_TAG)
+            at_proxy_input();
+        else if (event.data.u32 != WAKE_TAG && descriptor_proc != nullptr)
             descriptor_proc(event.data.u32, event.events);
     }
 }
@@ -67,7 +71,7 @@ static void wait_for_descriptors(int wait_ms)
 static int control(int operation, int fd, uint32_t events, uint32_t tag)
 {
     epoll_event wanted{};
-    wanted.events = events | EPOLLET;
+    wanted.events = events;
     wanted.data.u32 = tag;
     return epoll_ctl(wait_fd, operation, fd, &wanted);
 }
@@ -98,7 +102,7 @@ int VLK_event_init(uint32_t mask)
     if (wait_fd < 0) {
         wait_fd = epoll_create1(EPOLL_CLOEXEC);
         wake_fd = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
-        if (wait_fd < 0 || wake_fd < 0 || control(EPOLL_CTL_ADD, wake_fd, EPOLLIN, WAKE_TAG) != 0)
+        if (wait_fd < 0 || wake_fd < 0 || control(EPOLL_CTL_ADD, wake_fd, EPOLLIN | EPOLLET, WAKE_TAG) != 0)
             host_fail(EX_OSERR, "cannot make the event wait: %s: raise the limit of open files (ulimit -n)",
                       strerror(errno));
     }
@@ -150,12 +154,22 @@ void main_wait_set_proc(main_wait_proc proc)
 
 int main_wait_add(int fd, uint32_t events, uint32_t tag)
 {
-    return control(EPOLL_CTL_ADD, fd, events, tag);
+    return control(EPOLL_CTL_ADD, fd, events | EPOLLET, tag);
 }
 
 int main_wait_change(int fd, uint32_t events, uint32_t tag)
 {
-    return control(EPOLL_CTL_MOD, fd, events, tag);
+    return control(EPOLL_CTL_MOD, fd, events | EPOLLET, tag);
+}
+
+int main_wait_add_modem(int fd)
+{
+    return control(EPOLL_CTL_ADD, fd, EPOLLIN, MODEM_TAG);
+}
+
+void main_wait_remove_modem(int fd)
+{
+    control(EPOLL_CTL_DEL, fd, 0, MODEM_TAG);
 }
 
 void main_wait_look()
