@@ -12,7 +12,7 @@
 
 /* req_type: what is asked. Every other value is unsupported. */
 enum {
-    AT_COMMAND = 0,       /* a command, SMS send and save in two phases */
+    AT_COMMAND = 0,       /* a command; sending and saving an SMS takes two phases */
     ACTIVE_REPORT = 1,    /* take pending modem data; never answered */
     AT_STORED_REPORT = 2, /* the report that rep_type names */
     AT_UNANSWERED = 3,    /* unsupported and never answered */

@@ -1,4 +1,4 @@
-// The words of the AT language that more than one room must know alike: each list stands here and nowhere else.
+// The words of the AT language that more than one room needs: each list stands here and nowhere else.
 #ifndef AT_WORDS_H
 #define AT_WORDS_H
 
@@ -13,7 +13,7 @@ struct at_final_result {
     const char *text;
 };
 
-/// The final results in the order in which a line is compared with them. A line that begins with one of them is one.
+/// The final results, in the order of comparison. A line that begins with one of these texts is a final result.
 inline constexpr std::array<at_final_result, 12> AT_FINAL_RESULTS = {{
     {AT_OK, "OK"},
     {AT_CME_ERROR, "+CME ERROR"},
@@ -29,10 +29,10 @@ inline constexpr std::array<at_final_result, 12> AT_FINAL_RESULTS = {{
     {AT_BUSY, "BUSY"},
 }};
 
-/// Heads of the command lines that are the first half of a two-phase exchange, in any case.
+/// Beginnings of the command lines that open a two-phase exchange; upper and lower case count alike.
 inline constexpr const char *AT_PROMPTING_COMMANDS[] = {"AT+CMGS=", "AT+CMGW=", "AT^HCMGS=", "AT^HCMGW="};
 
-/// Whether the command asks for the list of networks, which takes minutes. Other mixtures of case do not count.
+/// Whether the command asks for the list of networks, which takes minutes. Mixed case is not recognised.
 inline bool at_asks_for_network_list(std::string_view command)
 {
     return command.find("+COPS=?") != std::string_view::npos ||

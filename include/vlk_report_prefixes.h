@@ -1,13 +1,13 @@
 /* The names of the modem's reports, in the order in which the daemon looks for them. A line that begins with '^' or
- * '+', or holds RING or CONNECT, belongs to the first whose name occurs anywhere in it. C++. */
+ * '+', or holds RING or CONNECT, belongs to the first report whose name occurs anywhere in it. C++. */
 #ifndef VLK_REPORT_PREFIXES_H
 #define VLK_REPORT_PREFIXES_H
 
 #include <string_view>
 
 /// REPORT(id, name, handler) for each row of the daemon's table. id: the number that the services know, neither sorted
-/// nor unique; handler: a function of src/vlk_report_callback, nullptr for a report that is consumed and nothing else.
-/// The second ^SIMREFRESH is never chosen: the first one's handler runs it last.
+/// nor unique; handler: a function of src/vlk_report_callback, nullptr for a report that is only consumed.
+/// The second ^SIMREFRESH row is never chosen: the first row's handler calls the second's at its end.
 // clang-format off
 #define VLK_REPORT_ROWS_IN_ORDER(REPORT) \
     REPORT(VLK_REPORT_CMTI, "+CMTI", sms_index_report_callback) \
@@ -94,7 +94,7 @@
 inline constexpr std::string_view VLK_REPORT_PREFIXES[] = {VLK_REPORT_ROWS_IN_ORDER(VLK_REPORT_NAME)};
 #undef VLK_REPORT_NAME
 
-/// Whether the text holds the name of one of them, wherever it stands.
+/// Whether the name of any report occurs anywhere in the text.
 constexpr bool vlk_holds_report_name(std::string_view text)
 {
     for (const std::string_view name : VLK_REPORT_PREFIXES)

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Handles one report. line: the terminated line, the caller's, valid during the call; length: its bytes as the
+/// Handles one report. line: terminated, owned by the caller, valid during the call; length: its bytes as the
 /// line scanner counted them. Main thread.
 typedef void (*report_callback)(char *line, int32_t length);
 

@@ -2,8 +2,8 @@
  * with which record. docs/reports.md says which report leads to what. C and C++.
  *
  * A record is plain, in the processor's byte order (little-endian), without a header. Texts are terminated. What the
- * report does not carry is 0, and so is everything reserved. A service reads the data of a packet as the record that
- * stands beside its event or message type:
+ * report does not carry is 0, and so is everything reserved, unless noted. A service reads the data of a packet as
+ * the record that stands beside its event or message type:
  *
  *     if (packet.module == VLK_MODULE_RADIO && packet.code == VLK_EVT_SIGNAL_QUALITY &&
  *         packet.length == sizeof(struct vlk_hcsq)) {
@@ -48,8 +48,8 @@ enum vlk_module {
     VLK_MODULE_REGISTRATION = 106
 };
 
-/* Events: the receiver, then the record or the two values. Most are numbered from a thousand times the receiver's
- * number; those that are not are meant so. */
+/* Events: the receiver, then the record or the two values. Most numbers begin at a thousand times the
+ * receiver's number; the exceptions are intended. */
 enum vlk_event {
     VLK_EVT_SMS_MEMORY_FULL = 1001,     /* sms: no data */
     VLK_EVT_SMS_ARRIVED = 1008,         /* sms: vlk_sms_index or vlk_sms_content, told apart by report_id */
@@ -123,7 +123,7 @@ enum vlk_message {
 /* ---- Records */
 
 #ifdef __cplusplus
-/* Without a gap, too: a member's place follows from those in front of it. */
+/* No gaps either: a member's offset follows from the members in front of it. */
 #define VLK_RECORD_SIZE(record, bytes)                                                                       \
     static_assert(sizeof(record) == (bytes) && __has_unique_object_representations(record), #record)
 #else
@@ -336,7 +336,7 @@ struct vlk_dsflow_rates {
 };
 VLK_RECORD_SIZE(vlk_dsflow_rates, 8);
 
-/* ^DSFLOWRPT: what the reports since the last such message came to. */
+/* ^DSFLOWRPT: a summary of the reports since the last such message. */
 struct vlk_dsflow_stats {
     uint32_t peak_tx_rate;
     uint32_t peak_rx_rate;
@@ -387,7 +387,7 @@ VLK_RECORD_SIZE(vlk_hcmgsf, 8);
 struct vlk_cusd {
     int32_t rspType;
     char cusdStr[512];      /* may hold NUL bytes: go by cusdStr_length */
-    int32_t cusdStr_length; /* bytes of the report's text; cusdStr is empty when they were too many for it */
+    int32_t cusdStr_length; /* bytes of the report's text; cusdStr is empty when the text did not fit */
     int32_t codeType;
     int32_t reserved;
 };

@@ -9,7 +9,7 @@
 enum class at_flow {
     OWN, ///< as the port is set
     NONE,
-    RTSCTS, ///< by lines
+    RTSCTS, ///< by signal lines
     XONXOFF ///< by characters
 };
 

@@ -28,7 +28,7 @@ inline int64_t monotonic_ms()
     return monotonic_ns() / 1'000'000;
 }
 
-/// The deadline that many milliseconds from now; a negative number of them is no limit.
+/// The deadline wait_ms milliseconds from now; NO_DEADLINE when wait_ms is negative.
 inline int64_t deadline_after(int32_t wait_ms)
 {
     return wait_ms < 0 ? NO_DEADLINE : monotonic_ns() + int64_t{wait_ms} * 1'000'000;

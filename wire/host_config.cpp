@@ -33,7 +33,7 @@ struct complaint {
     }
 };
 
-/// The variable's value; one that is set to nothing counts as not set.
+/// The variable's value; nullptr when it is not set or empty.
 const char *variable(const char *name)
 {
     const char *value = getenv(name);
@@ -167,7 +167,7 @@ int read_flow(host_config *config, const complaint &complain)
                     text);
 }
 
-/// The user decides who owns what is shared only when the process may change users at all.
+/// The user becomes the owner of what is shared, but only when the process may change users at all.
 int read_user(host_config *config, const complaint &complain)
 {
     const char *const name = variable("VLK_USER");

@@ -21,7 +21,7 @@ struct host_paths {
     char folder[HOST_FOLDER_SIZE]; ///< absolute, without a slash at its end
 };
 
-/// Owner of everything that clients may use. An id of -1 leaves the creator's.
+/// Owner of everything that clients may use. An id of -1 keeps the creator's.
 struct host_owner {
     uid_t user = static_cast<uid_t>(-1);
     gid_t group = static_cast<gid_t>(-1);

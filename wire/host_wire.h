@@ -22,11 +22,11 @@ enum host_packet_kind : uint32_t {
     HOST_BUS_MESSAGE = 3, ///< name = destination, code = message type; data (a simple message: its parameter)
     HOST_SYNC_REPLY =
         4, ///< code = message id, value1 = result of the handler (0: data is the reply), value2 as sent
-    HOST_SUBSCRIBED = 5,  ///< answers a subscription, when it is in force; module, name and value1 as sent
+    HOST_SUBSCRIBED = 5,  ///< answers a subscription once it is in force; module, name and value1 as sent
     HOST_STATUS = 6,      ///< answers HOST_ASK_STATUS; data: lines of a name, a blank and a value
     HOST_REPORT_LINE = 7, ///< for HOST_TAKE_LINES; data: an unsolicited line of the modem without its end
     HOST_ANSWER_TEXT =
-        8, ///< for HOST_TAKE_ANSWERS; module = process, value1 and code = Id and seq of its request,
+        8, ///< for HOST_TAKE_ANSWERS; module = process, value1 and code = Id and seq of the request,
            ///< value2 = host_answer_flags; data: text of the modem, its line ends included
 
     // service to daemon
@@ -46,8 +46,8 @@ enum host_subscription : int32_t {
 };
 
 enum host_answer_flags : int32_t {
-    HOST_ANSWER_OWN = 1, ///< the command's answer; without it, reports that came meanwhile
-    HOST_ANSWER_CUT = 2, ///< lines of the answer before this text were dropped
+    HOST_ANSWER_OWN = 1, ///< the command's answer; without this flag, reports that came meanwhile
+    HOST_ANSWER_CUT = 2, ///< the answer was too long: lines of it were dropped
 };
 
 inline constexpr uint32_t HOST_BUS_RELEASE_MODEM = 34821; ///< bus message of root and the daemon's user only
