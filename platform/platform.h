@@ -1,7 +1,7 @@
-/* The platform as the daemon sees it: one header a family, all of them here. Who ports the daemon to a device
- * implements these functions and links them with vorlink_core; what a header says a function does is what the daemon
- * relies on. tests/fake_platform is the smallest port, host/ the one for Linux. Nothing is thrown, and no function of
- * the daemon is called but those that it registered. */
+/* The platform as the daemon sees it: one header a family, all of them here. To port the daemon to a device,
+ * implement these functions and link them with vorlink_core; the daemon relies on what the headers say.
+ * tests/fake_platform is the smallest port, host/ the one for Linux. A port throws nothing, and calls no function
+ * of the daemon except those that the daemon has registered. */
 #ifndef VLK_PLATFORM_H
 #define VLK_PLATFORM_H
 

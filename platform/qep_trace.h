@@ -1,5 +1,5 @@
-/* Trace and maintenance log. Any thread. Texts may be as long as a modem line (1500 bytes) and hold any byte of the
- * modem's; the port cuts and escapes as its log needs, and never blocks. */
+/* Trace and maintenance log. Any thread. Texts may be as long as a modem line (1500 bytes) and hold any byte that
+ * the modem sends; the port cuts and escapes as its log needs, and never blocks. */
 #ifndef QEP_TRACE_H
 #define QEP_TRACE_H
 

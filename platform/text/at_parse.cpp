@@ -22,7 +22,7 @@ constexpr std::size_t MAX_NAMES = 18;
 enum class layout {
     fixed,    // at most the named fields
     open,     // any number: the last name serves all further values
-    with_pdu, // a header line, then the PDU on the next one; a short header lacks its first names
+    with_pdu, // a header line, then the PDU on the next one; a short header lacks its first values
 };
 
 struct report_template {
@@ -104,7 +104,7 @@ constexpr report_template templates[] = {
 constexpr uint8_t NO_TEMPLATE = 255;
 constexpr uint32_t FACTOR = 2654435853U;
 
-/// A number from four properties of a prefix of at least two bytes, another one for every template's.
+/// A number made from four properties of a prefix of at least two bytes; no two templates share one.
 constexpr std::size_t slot_of(std::string_view prefix)
 {
     const auto byte = [&](std::size_t at) { return uint32_t{static_cast<unsigned char>(prefix[at])}; };
@@ -134,7 +134,7 @@ constexpr const report_template *find_template(std::string_view prefix)
     return row != NO_TEMPLATE && templates[row].prefix == prefix ? &templates[row] : nullptr;
 }
 
-/// Finds the values: what stands behind the ':' of the first occurrence of prefix that a ':' or the end follows.
+/// Finds the values: what stands behind the first occurrence of prefix that a ':' or the line's end follows.
 at_parse_status find_values(std::string_view line, std::string_view prefix, std::string_view *values)
 {
     at_parse_status status = AT_PARSE_NO_PREFIX;
@@ -292,7 +292,7 @@ std::size_t most_fields(const report_template &form, std::string_view values)
     return form.size() + (form.form == layout::with_pdu ? 1U : 0U);
 }
 
-/// A list gets this room; when it is taken or too small, a heap block.
+/// A list is put here, or in a heap block when this room is taken or too small.
 alignas(at_field) char list_room[1024];
 bool list_room_taken = false;
 

@@ -1,4 +1,4 @@
-// What at_cmd_parse and ParseHfreqInfoResult answer.
+// What at_cmd_parse and ParseHfreqInfoResult return.
 #ifndef AT_PARSE_STATUS_H
 #define AT_PARSE_STATUS_H
 

@@ -61,7 +61,7 @@ int strcat_s(char *dest, size_t dest_size, const char *src)
     return strncat_s(dest, dest_size, src, SIZE_MAX);
 }
 
-/// As vsnprintf. Nearly all formats are "%s", a copy.
+/// Like vsnprintf, but quick for "%s", which nearly all formats are.
 __attribute__((format(printf, 3, 0))) static int format_text(char *dest, size_t size, const char *format,
                                                              va_list arguments)
 {
