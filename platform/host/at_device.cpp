@@ -24,7 +24,7 @@ namespace
 constexpr int HANG_UP_MS = 500;
 constexpr int64_t HOLDER_LOOK_MS = 30'000;
 
-/// A pty has no lines to share, and whoever holds its other end may keep the exclusive mark alive after us.
+/// A pty is not marked exclusive: the program at its other end may keep that mark alive after us.
 bool is_pty(const struct stat &about)
 {
     constexpr unsigned first_slave_major = 136, last_slave_major = 143;
@@ -47,7 +47,7 @@ void explain_permission(const char *path, std::span<char> message)
         path, found != nullptr ? found->gr_name : "?", geteuid());
 }
 
-/// Who has the device, as far as this user may see. A look through /proc, so not with every try.
+/// Says who has the device, as far as this user may see. That takes a search of /proc, so not at every try.
 void explain_use(const char *path, dev_t number, pid_t holder, std::span<char> message)
 {
     static int64_t look_again = 0;
@@ -70,7 +70,7 @@ void explain_use(const char *path, dev_t number, pid_t holder, std::span<char> m
                  path, path);
 }
 
-/// The result of at_device_open.
+/// Puts the error into words. Returns what at_device_open returns then.
 int explain(int error, const char *path, std::span<char> message)
 {
     switch (error) {
@@ -141,7 +141,7 @@ int make_raw(at_device &device, const at_line_settings &line)
     if (tcsetattr(device.fd, TCSANOW, &settings) != 0)
         return -1;
 
-    termios taken{}; // tcsetattr is content when a part was
+    termios taken{}; // tcsetattr succeeds even when only a part was
     if (tcgetattr(device.fd, &taken) != 0)
         return -1;
     const auto *const speed = std::ranges::find(at_speeds, cfgetospeed(&taken), &at_speed::code);
@@ -156,7 +156,7 @@ int make_raw(at_device &device, const at_line_settings &line)
     return 0;
 }
 
-/// Whoever has the device keeps it. 0, or -1 with errno.
+/// Takes the device, unless another process has it. 0, or -1 with errno.
 int take_alone(const at_device &device, const struct stat &about)
 {
     if (flock(device.fd, LOCK_EX | LOCK_NB) != 0)
@@ -173,11 +173,11 @@ int open_port(at_device &device, const char *path, const struct stat &about, con
     if (device.fd < 0 || take_alone(device, about) != 0)
         return -1;
     if (isatty(device.fd) == 0)
-        return 0; // a port of a modem that has no line to set
+        return 0; // a modem's port that has no line settings
     if (make_raw(device, line) != 0)
         return -1;
     const int lines = TIOCM_DTR | TIOCM_RTS;
-    ioctl(device.fd, TIOCMBIS, &lines); // refused where there are none
+    ioctl(device.fd, TIOCMBIS, &lines); // fails on a port without such lines
     tcflush(device.fd, TCIOFLUSH);
     return 0;
 }
@@ -238,7 +238,7 @@ int at_device_open(at_device &device, const char *path, const at_line_settings &
 
 void at_device_close(at_device &device)
 {
-    uucp_lock_release(device.lock); // first: a closed terminal's name may be another's at once
+    uucp_lock_release(device.lock); // first: another terminal may get the name once this one is closed
     if (device.fd >= 0)
         close(device.fd);
     device = {};
@@ -265,7 +265,7 @@ ssize_t at_device_read(const at_device &device, std::span<char> buffer)
 at_write at_device_write(const at_device &device, std::span<const char> bytes, int limit_ms,
                          void (*before_wait)())
 {
-    int64_t end = -1; // asked for only when the device does not take it all at once
+    int64_t end = -1; // set only when the device does not take everything at once
     const size_t whole = bytes.size();
     while (!bytes.empty()) {
         const ssize_t count = write_some(device, bytes);

@@ -1,6 +1,6 @@
-// The modem's device: a serial device or pty, raw and exclusive; a port that is no terminal, as /dev/wwan0at0 and
-// /dev/cdc-wdm0; or a Unix stream socket. Reading and writing may happen on two threads at once; opening and closing
-// need the device alone.
+// The modem's device: a serial device or pty, raw and exclusive; a port that is no terminal, such as /dev/wwan0at0
+// and /dev/cdc-wdm0; or a Unix stream socket. Reading and writing may happen on two threads at once; nothing else may
+// happen during opening and closing.
 #ifndef VLK_AT_DEVICE_H
 #define VLK_AT_DEVICE_H
 
@@ -15,7 +15,7 @@
 struct at_device {
     int fd = -1;
     bool is_socket = false;
-    uint32_t speed = 0; ///< bits per second, 0: it has none
+    uint32_t speed = 0; ///< bits per second, 0: it has no speed
     uucp_lock lock;
 };
 
@@ -30,13 +30,13 @@ enum class at_write {
     BROKEN,  ///< a part was taken, or the device is gone: what the modem has seen is unknown
 };
 
-/// Opens the device at path with this speed and flow control (its own speed is 115200 when it has none), 8 bits, no
-/// parity, drops stale input and makes the lock file that other programs look for. A result from above; when it is not
-/// opened, message has one line that names cause and cure.
+/// Opens the device at path with this speed (115200 when none is asked for and it has none of its own) and flow
+/// control, 8 bits, no parity; drops stale input and makes the lock file that other programs look for. Returns a
+/// result from above; when the device is not opened, message has one line that names cause and cure.
 int at_device_open(at_device &device, const char *path, const at_line_settings &line,
                    std::span<char> message);
 
-/// Closes it; a closed one is accepted.
+/// Closes the device; a closed one is accepted.
 void at_device_close(at_device &device);
 
 /// Drops the control line that tells the modem that somebody is there (DTR) for half a second, where there is one.
@@ -45,8 +45,8 @@ void at_device_hang_up(const at_device &device);
 /// Reads what is there, without waiting. Bytes read, 0 when there are none now, -1 when the device is gone.
 ssize_t at_device_read(const at_device &device, std::span<char> buffer);
 
-/// Writes all of bytes within limit_ms milliseconds. before_wait, which may be missing, is called each time before it
-/// waits for the device to take more.
+/// Writes all of bytes within limit_ms milliseconds. before_wait, which may be null, is called before each wait
+/// for the device to take more.
 at_write at_device_write(const at_device &device, std::span<const char> bytes, int limit_ms,
                          void (*before_wait)() = nullptr);
 

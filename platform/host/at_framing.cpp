@@ -61,7 +61,8 @@ bool at_framing::has_open_line() const
     return count > 0 && !only_cr;
 }
 
-/// A line in the middle of which the modem pauses. A bare "OK" may be all that one with other line ends says.
+/// Whether the modem pauses in the middle of a line. A bare "OK" may be whole: a modem with other line ends sends no
+/// more than that.
 bool at_framing::is_inside_line() const
 {
     const std::string_view text(line.data(), count);
@@ -79,7 +80,7 @@ int64_t at_framing::due() const
 void at_framing::tick(int64_t now_ms)
 {
     while (due() >= 0 &&
-           now_ms >= due()) { // a header that is complete now waits for what follows it, in vain
+           now_ms >= due()) { // again for a header that was just completed: its second line is late, too
         if (line[count - 1] == '\r')
             complete_line_end();
         else
@@ -233,7 +234,7 @@ void at_framing::expect(unit what)
     header = count;
 }
 
-/// Makes the CR LF at the end an LF.
+/// Turns the CR LF at the end into an LF.
 void at_framing::join_lines()
 {
     --count;

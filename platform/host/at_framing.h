@@ -1,8 +1,8 @@
 // Takes the modem's bytes apart into units: lines, prompts, and the reports that span two lines. Pure: no input or
 // output, no clock, no heap; one thread.
 //
-// What is changed on the way, and nothing else: every line end becomes CR LF; a run of empty lines counts as one and
-// is told with the unit behind it; a bare '>' gets its blank; a +CMT or +CDS header and its PDU, and the lines of a
+// Only this is changed on the way: every line end becomes CR LF; a run of empty lines counts as one and is noted in
+// the unit behind it; a bare '>' gets its blank; a +CMT or +CDS header and its PDU, and the lines of a
 // quoted +CUSD string, are joined by a single LF into one line. Which units there are never depends on how the bytes
 // were read.
 #ifndef VLK_AT_FRAMING_H
@@ -16,9 +16,9 @@
 /// Longest unit in bytes: what one record of the modem-data queue takes.
 inline constexpr std::size_t AT_DELIVERY_MAX = 1499;
 
-/// What ends without a line end has ended after this many milliseconds without a byte: a CR without its LF, a bare
-/// final result, a header whose second line does not come. The rest of any other line is waited for. Longer than a
-/// loaded USB modem or machine pauses, shorter than a person or a command's time limit (whole seconds) would notice.
+/// After this many milliseconds without a byte, what lacks its end counts as ended: a CR without its LF, a bare final
+/// result, a header whose second line does not come. The rest of any other line is waited for. Longer than a busy USB
+/// modem or machine pauses, too short for a person or a command's time limit (whole seconds) to notice.
 inline constexpr int64_t AT_SILENCE_MS = 300;
 
 /// What the modem ends its lines with. ANY: not known yet, whichever comes.
@@ -33,7 +33,7 @@ struct at_unit {
     std::string_view
         text; ///< 1 to AT_DELIVERY_MAX bytes with the line end, if it has come; valid during the call
     bool is_prompt = false;      ///< the text is "> "
-    bool has_body = false;       ///< a ^HCMGR header and body, which its reader wants by itself
+    bool has_body = false;       ///< a ^HCMGR header and body, which need a delivery of their own
     bool is_continued = false;   ///< the start of this line has been a unit already
     bool is_finished = true;     ///< the line end has come
     bool is_after_blank = false; ///< an empty line came before it
@@ -42,14 +42,14 @@ struct at_unit {
     std::string_view line() const;
 };
 
-/// Where a framing puts its units. Called from feed, tick and reset.
+/// Where a framing puts its units. Called from feed and tick.
 class at_framing_sink
 {
 public:
     /// False: the unit is dropped, as if an empty line stood there.
     virtual bool take(const at_unit &unit) = 0;
 
-    /// Asked before a line's first character decides how it goes on. True: it is an echo, no header of anything.
+    /// Asked before a line can become the header of a longer unit. True: it is an echo, not a header.
     virtual bool is_echo(std::string_view line) const = 0;
 
 protected:
@@ -68,7 +68,7 @@ public:
     /// on when it returns.
     void feed(std::string_view bytes, int64_t now_ms);
 
-    /// Hands on what is open when it is due.
+    /// Hands on the open unit when its time is up.
     void tick(int64_t now_ms);
 
     /// Time at which tick has something to do, -1 for none.
@@ -88,7 +88,7 @@ private:
     enum class unit {
         LINE,       ///< its line end
         JOINED_PDU, ///< the line end of the PDU that follows the header; both become one line
-        FRAMED_PDU, ///< the same, header and PDU stay two lines
+        FRAMED_PDU, ///< the same, but header and PDU stay two lines
         BODY,       ///< Ctrl-Z and a line end
         QUOTE,      ///< the line end after the closing quote
     };

@@ -13,17 +13,17 @@ constexpr std::string_view LINE_END = "\r\n";
 constexpr std::string_view ESCAPE = "\x1b"; // leaves the modem's text input
 constexpr std::string_view MESSAGE_END = "\x1a\r";
 constexpr std::string_view LOST_ANSWER = "\r\nNO CARRIER\r\n";
-constexpr std::string_view NOT_WRITTEN = "\r\nCOMMAND NOT SUPPORT\r\n"; // its code says so
+constexpr std::string_view NOT_WRITTEN = "\r\nCOMMAND NOT SUPPORT\r\n"; // its ret_val means that, too
 constexpr std::string_view DATA_ESCAPE = "+++";
 constexpr std::string_view HANG_UP = "ATH\r";
 constexpr std::string_view ERRORS_WITH_NUMBERS = "AT+CMEE=1\r";
 
-/// Tried in turn: the first one is all of it, but some modems take one setting a line, and the rest of a line that
-/// the modem still had may spoil the first.
+/// Tried in turn. The first has all settings, but some modems take only one per line, and the rest of an earlier line
+/// in the modem may spoil the first.
 constexpr std::string_view SETTINGS[] = {"ATE0Q0V1\r", "ATV1\r", "ATE0\r", "ATE0\r"};
 constexpr int LAST_SETTING = static_cast<int>(std::size(SETTINGS)) - 1;
 
-/// Questions whose answer names them, which no modem reports by itself.
+/// Questions whose answer begins with their name, under which no modem reports anything by itself.
 struct mark_row {
     std::string_view question;
     std::string_view name;
@@ -61,22 +61,22 @@ bool may_be_report(std::string_view line)
            line.find("^CARDLOCKNTY:") != line.npos;
 }
 
-/// Whether it begins with the name of a report that the daemon has a row for.
+/// Whether the line begins with the name of a report that the daemon has a row for.
 bool begins_known_report(std::string_view line)
 {
     return std::ranges::any_of(VLK_REPORT_PREFIXES,
                                [line](std::string_view prefix) { return line.starts_with(prefix); });
 }
 
-/// Whether the line names the command, as its answer does. ATI's +GCAP is the known one that does not.
+/// Whether the line names the command, as its answer does. ATI's +GCAP line is the one known exception.
 bool names(std::string_view line, std::string_view command)
 {
     const std::string_view name = line.substr(0, line.find(':'));
     return name.size() >= 2 && (at_mentions(command, name) || name == "+GCAP");
 }
 
-/// Whether the line is part of the command's answer although it looks like a report: it names the command, or it is
-/// the name of another one in the list of commands, or text of a message that has a word of a report inside.
+/// Whether the line is part of the command's answer although it looks like a report: it names the
+/// command, or is a name in the list of all commands, or is text of a message that happens to hold a report's name.
 bool answers(std::string_view line, std::string_view command)
 {
     const bool begins_report = line.starts_with('+') || line.starts_with('^');
@@ -93,7 +93,7 @@ bool is_restart(std::string_view line)
     return std::ranges::find(RESTARTS, line) != std::end(RESTARTS);
 }
 
-/// The final result that a modem without words means; empty for any other line.
+/// The final result that a digit stands for, as some modems answer; empty for any other line.
 std::string_view numeric_result(std::string_view line)
 {
     const bool is_number = line.size() == 1 && line[0] >= '0' && line[0] <= '8' && line[0] != '2';
@@ -131,7 +131,7 @@ void at_link::opened(int64_t now_ms)
 {
     now = now_ms;
     framing.reset();
-    framing.set_line_end(at_line_end::ANY); // and what was owed may still come
+    framing.set_line_end(at_line_end::ANY); // not known yet; and what was owed may still come
     marks_named = marks_unnamed = 0;
     mark = -1;
     guard = 0;
@@ -179,7 +179,7 @@ at_sent at_link::send(std::string_view text, const at_asker &asker, int64_t now_
     return send_line(text, asker);
 }
 
-/// The message waits for its prompt, which the daemon does not see.
+/// Keeps the message for its prompt, which the daemon does not see.
 at_sent at_link::send_exchange(std::string_view text, const at_asker &asker)
 {
     const std::size_t end = text.find('\r');
@@ -219,7 +219,7 @@ at_sent at_link::send_line(std::string_view line, const at_asker &asker)
     return at_sent::HELD;
 }
 
-/// Whether the exchange of the running or waiting command line is where its message is due.
+/// Whether the running or waiting command line expects its message now.
 bool at_link::accepts_message() const
 {
     if (message.count > 0)
@@ -229,7 +229,7 @@ bool at_link::accepts_message() const
     return prompting && (phase == phases::RUNNING || phase == phases::PROMPTED);
 }
 
-/// The daemon sends it when a report came in place of the prompt, too, and when its time for the prompt is up.
+/// The daemon also sends the message when a report came in place of the prompt, or its wait for the prompt ended.
 at_sent at_link::send_message(std::string_view text)
 {
     if (!accepts_message())
@@ -395,7 +395,7 @@ bool at_link::echoes(std::string_view line) const
 {
     if (line.starts_with(DATA_ESCAPE))
         return true;
-    if (phase == phases::CLEARING) { // with what stood in the modem's line before it
+    if (phase == phases::CLEARING) { // perhaps behind the rest of an earlier line in the modem
         const auto ends = [line](std::string_view sent) { return line.ends_with(without(sent, "\r")); };
         return line.starts_with("AT") && (std::ranges::any_of(SETTINGS, ends) || ends(ERRORS_WITH_NUMBERS) ||
                                           (mark >= 0 && ends(MARKS[mark].question)));
@@ -426,7 +426,7 @@ bool at_link::take_prompt(const at_unit &unit)
             escape_text();
             return false;
         }
-        if (message.count > 0) { // was sent in answer to a report
+        if (message.count > 0) { // the daemon has sent it already
             port.write(message.text());
             phase = phases::TEXT;
             echo_due = true;
@@ -441,7 +441,7 @@ bool at_link::take_prompt(const at_unit &unit)
     case phases::CLEARING:
         if (escaped)
             return false;
-        escape_text(); // the prompt took the question for a text
+        escape_text(); // the modem took the question for a message's text
         if (stage == stages::QUIET || stage == stages::DONE)
             stage = stages::MARK;
         if (stage <= stages::MARK) {
@@ -467,7 +467,7 @@ void at_link::deliver_prompt(const at_unit &unit)
     text_until = now + AT_TEXT_PATIENCE_MS;
 }
 
-/// Once for the bytes of one read: a modem that says nothing but prompts gets no flood of them.
+/// At most once per feed or tick: a modem that sends nothing but prompts is not flooded with ESC.
 void at_link::escape_text()
 {
     if (std::exchange(escaped, true))
@@ -500,8 +500,8 @@ bool at_link::take_answer_line(const at_unit &unit)
     return true;
 }
 
-/// A line of a message in text mode that looks like a report: modems that put an empty line before all that they say
-/// put none before it.
+/// Whether a line that looks like a report belongs to a message in text mode: a modem that puts an empty line before
+/// everything else puts none before it.
 bool at_link::continues_message(const at_unit &unit) const
 {
     const bool is_framed =
@@ -512,7 +512,7 @@ bool at_link::continues_message(const at_unit &unit) const
 
 void at_link::end_command(const at_unit &final_result)
 {
-    std::array<char, AT_DELIVERY_MAX> line; // what is delivered makes room for the next
+    std::array<char, AT_DELIVERY_MAX> line; // a copy: the unit may be gone after the delivery
     const std::string_view bare(line.data(), final_result.line().copy(line.data(), line.size()));
     deliver_answer(true);
     append_unit(final_result.text, final_result.is_after_blank, false, true);
@@ -560,7 +560,7 @@ bool at_link::take_while_idle(const at_unit &unit)
     }
     if (now >= doubt_until || !names(line, command.text()))
         return pass_on(unit);
-    keep_answer(unit); // a report, or the answer once more: a final result behind it would tell
+    keep_answer(unit); // a report, or the answer again: a final result behind it would show that
     return true;
 }
 
@@ -635,7 +635,7 @@ void at_link::append_unit(std::string_view text, bool is_after_blank, bool has_b
         flush();
 }
 
-/// Appends to the next delivery, which goes out first when both do not fit in one.
+/// Appends to the next delivery; what is in it goes out first when the two do not fit together.
 void at_link::append(std::string_view text, bool is_answer)
 {
     if (delivery_is_answer != is_answer || delivery_count + text.size() > delivery.size())
@@ -652,7 +652,7 @@ void at_link::flush()
     port.deliver({delivery.data(), std::exchange(delivery_count, 0)}, delivery_is_answer);
 }
 
-/// Ends the daemon's wait. What came of the answer goes.
+/// Ends the daemon's wait with this final result. What has come of the answer is dropped.
 void at_link::end_wait(std::string_view final_result)
 {
     drop_answer();
@@ -706,7 +706,7 @@ void at_link::ask()
     next_at = now + patience();
 }
 
-/// Another question than last time, one that the modem answers by name, and that nobody has asked.
+/// Asks another question than last time; if possible one that the modem answers by name and no client has asked.
 void at_link::write_mark()
 {
     const unsigned unknown = ALL_MARKS & ~(marks_named | marks_unnamed);
@@ -722,7 +722,7 @@ void at_link::write_mark()
     port.write(MARKS[mark].question);
 }
 
-/// The modem's answers to the questions do not name them: they are counted instead.
+/// Whether no answer of this modem names its question: the answers are counted instead.
 bool at_link::is_nameless() const
 {
     return marks_named == 0 && marks_unnamed == ALL_MARKS;
@@ -743,7 +743,7 @@ bool at_link::take_while_clearing(const at_unit &unit)
     }
     if (note_mark(line))
         return false;
-    // An answer need not name its command: while one is owed, what no row takes is no report.
+    // An answer need not name its command: while one is owed, only a line that has a row is a report.
     const bool may_be_answer = names(line, command.text()) || names(line, held.text()) ||
                                (owed_results > 0 && !begins_known_report(line));
     return may_be_report(line) && !may_be_answer && pass_on(unit);
@@ -826,8 +826,8 @@ void at_link::take_mark_result()
         if (is_nameless())
             return count_nameless_result();
         if ((marks_named & bit) != 0)
-            return;           // it is the answer to something earlier
-        if (finals < asked) { // perhaps
+            return;           // it is the result of something earlier
+        if (finals < asked) { // perhaps this one is, too
             next_at = now + AT_FIRST_PATIENCE_MS;
             mark_doubted = true;
             return;
@@ -849,7 +849,7 @@ void at_link::take_mark()
         tell_once(at_notice::SETTINGS_PUT_RIGHT);
         return ask_stage(stages::SETTINGS);
     }
-    errors_stay = errors_stay || settings_lost; // whatever it is, the modem has its own mind
+    errors_stay = errors_stay || settings_lost; // setting it again has not helped
     stage = guard > 0 ? stages::QUIET : stages::DONE;
     next_at = now + AT_QUIET_MS;
 }
@@ -863,7 +863,7 @@ int64_t at_link::patience() const
                : AT_PATIENCE_MS;
 }
 
-/// A modem that has said nothing at all is in one trouble, which has been told.
+/// Not for a modem that has said nothing at all: NO_ANSWER says enough.
 void at_link::tell_rung(at_notice what)
 {
     if (heard)
@@ -878,7 +878,7 @@ void at_link::climb()
     switch (rung) {
     case 1:
         tell_rung(at_notice::ASKED_AGAIN);
-        return ask_stage(heard ? stages::SETTINGS : stage); // silence is what a modem without results answers
+        return ask_stage(heard ? stages::SETTINGS : stage); // it may have its results switched off
     case 2:
         tell_rung(at_notice::TEXT_LEFT);
         port.write(ESCAPE);
@@ -920,7 +920,7 @@ void at_link::finish()
     rung = 0;
     guard = std::max(guard - 1, 0);
     port.tell_debt({});
-    deliver_answer(false); // nothing came behind it: reports
+    deliver_answer(false); // no final result came behind them: they are reports
     phase = phases::IDLE;
     if (held.count == 0)
         return;
@@ -953,7 +953,7 @@ void at_link::tick(int64_t now_ms)
     escaped = false;
     framing.tick(now);
     if (text_until >= 0 && now >= text_until) {
-        escape_text(); // no message follows: the prompt was nobody's
+        escape_text(); // no message came: nobody has a text for this prompt
         text_until = -1;
         prompting = false;
         phase = phases::RUNNING;

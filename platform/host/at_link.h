@@ -1,13 +1,13 @@
-// The AT link: knows what the modem was asked and what it still owes, so that what is delivered belongs to whoever
-// waits. Pure: bytes, sends and time in; writes, deliveries and notices out. No clock, no heap, no lock; one caller at a
-// time. Times are monotonic milliseconds.
+// The AT link: knows what the modem was asked and what it still owes, so that what it delivers belongs to the command
+// that waits. Pure: bytes, sends and time in; writes, deliveries and notices out. No clock, no heap, no lock; one
+// caller at a time. Times are monotonic milliseconds.
 //
 // One command at a time. One that ended without its final result leaves a debt, which is collected before the next line
 // is written: the modem is asked a question whose answer names it ("AT+CMEE?" and its line "+CMEE: 1"), and what comes
-// before that answer is dropped, but for reports. A question that is asked again has another name, so a late answer to
-// the first cannot be taken for that of the second. Meanwhile the next line waits here; its asker waits for the
-// answer anyway. Response lines are kept until the final result comes, so that half an answer that nobody waits
-// for any more never gets in front of another one.
+// before that answer is dropped, except reports. When the link asks again, it takes a question with another name, so a
+// late answer to the first cannot be taken for that to the second. Meanwhile the next line waits here; its asker
+// waits for the answer anyway. Response lines are kept until the final result comes, so that half an answer that
+// nobody waits for any more never gets in front of another one.
 #ifndef VLK_AT_LINK_H
 #define VLK_AT_LINK_H
 
@@ -20,7 +20,7 @@
 #include "at_request.h"
 
 inline constexpr std::size_t AT_LINE_MAX = 1540;      ///< bytes of a command line or message with its end
-inline constexpr std::size_t AT_ANSWER_MAX = 32768;   ///< bytes of an answer, without what marks its units
+inline constexpr std::size_t AT_ANSWER_MAX = 32768;   ///< bytes of an answer and of what marks its units
 inline constexpr int64_t AT_PATIENCE_MS = 5000;       ///< for the answer to a question, before the next rung
 inline constexpr int64_t AT_LIST_PATIENCE_MS = 30000; ///< the same while a list of networks is owed
 inline constexpr int64_t AT_FIRST_PATIENCE_MS = 1000; ///< the same while the modem has said nothing yet
@@ -29,23 +29,23 @@ inline constexpr int64_t AT_TEXT_PATIENCE_MS = 2000;  ///< between a delivered p
 inline constexpr int64_t AT_QUIET_MS = 100;           ///< in which an answer that is sent twice comes again
 inline constexpr int64_t AT_HASTE_MS = 60;            ///< a held line ends that much before its time limit
 
-/// What an operator may want to know.
+/// What an operator may want to know about the modem.
 enum class at_notice {
-    READY,               ///< answers, the first time since it was opened
+    READY,               ///< answers for the first time since it was opened
     BACK,                ///< answers again after trouble
     NO_ANSWER,           ///< has not answered since it was opened
-    ASKED_AGAIN,         ///< rungs of the ladder
+    ASKED_AGAIN,         ///< the first rung of the ladder; OPENED_ANEW is the last
     TEXT_LEFT,           ///< ESC was sent
     DATA_MODE_LEFT,      ///< +++ was sent
     SETTINGS_SENT_AGAIN, ///< as at the start
     HUNG_UP,             ///< ATH was sent, the control line is to be dropped
     OPENED_ANEW,         ///< the device is to be closed and opened
     ECHO_STAYS,          ///< ATE0 is refused
-    SETTINGS_PUT_RIGHT,  ///< detail: the command that changed them, or empty when the modem did by itself
+    SETTINGS_PUT_RIGHT,  ///< detail: the command that changed them, or empty when the modem did it by itself
     RESTARTED,           ///< the modem announced it
     PROMPT_ANSWERED,     ///< an unasked prompt got ESC
     STRAY_RESULT,        ///< detail: a final result that no command asked for
-    LONG_LINE,           ///< a line that fills a delivery
+    LONG_LINE,           ///< a line that does not fit in one delivery
     NUL_BYTES,
     LONG_ANSWER, ///< lines of an answer of more than AT_ANSWER_MAX bytes were dropped
 };
@@ -54,13 +54,13 @@ enum class at_notice {
 class at_link_port
 {
 public:
-    /// To the modem, as it is, in this order.
+    /// Writes to the modem, unchanged and in the order of the calls.
     virtual void write(std::string_view text) = 0;
 
     /// To the daemon: 1 to AT_DELIVERY_MAX bytes, reports or the answer to a command, never both.
     virtual void deliver(std::string_view text, bool is_answer) = 0;
 
-    /// A line went no further that came while no command ran and looks like nothing that the daemon knows.
+    /// A line was dropped: it came while no command ran, and looks like nothing that the daemon knows.
     virtual void drop_unknown() {}
 
     virtual void tell(at_notice what, std::string_view detail) = 0;
@@ -111,7 +111,7 @@ public:
     /// Whether a command is at the modem and its asker waits.
     bool awaits_answer() const { return phase >= phases::RUNNING; }
 
-    /// Whether it asks for the names of all commands, some of which are reports' names.
+    /// Whether the command asks for the names of all commands, some of which are reports' names.
     bool asks_for_names() const { return at_mentions(command.text(), "+CLAC"); }
 
     /// Whether lines of its answer were dropped: there were more than AT_ANSWER_MAX bytes.
@@ -121,11 +121,11 @@ public:
     /// runs commands. Whatever ran before has ended for the daemon.
     at_sent send(std::string_view text, const at_asker &asker, int64_t now_ms);
 
-    /// Beside the running command (AT+STOP), from any other thread. Never HELD for long: accepted and dropped when
-    /// nothing runs any more.
+    /// Beside the running command (AT+STOP), from any other thread. HELD here means accepted and dropped: nothing runs
+    /// any more.
     at_sent send_beside(std::string_view text);
 
-    /// What send told the caller to write was not taken by the device at all.
+    /// The device took nothing of what send told the caller to write.
     void unsent();
 
     /// Bytes of the modem, at most AT_FEED_MAX.
@@ -237,7 +237,7 @@ private:
     kept_line command;          ///< what runs, or is owed
     uint32_t request = 0;       ///< who asked for it
     bool prompting = false;     ///< it asks for a text
-    bool told = false;          ///< something was delivered since it was sent
+    bool told = false;          ///< something was delivered since it was sent, or was unread then
     bool lines_lost = false;    ///< its answer is too long
     bool stopped = false;       ///< something was written beside it
     bool echo_due = false;      ///< its echo may still come
@@ -257,8 +257,8 @@ private:
     int finals = 0;
     int owed_results = 0; ///< final results that must come before the first one of this clearing
     int settings_try = 0;
-    int settings_rounds = 0;   ///< since the command line before
-    bool ask_again = false;    ///< at next_at, for ESC took the question away
+    int settings_rounds = 0;   ///< since the last command line
+    bool ask_again = false;    ///< at next_at, because ESC took the question away
     bool escaped = false;      ///< ESC was written for a prompt in these bytes
     int mark = -1;             ///< the question that was asked last
     bool mark_seen = false;    ///< its line has come
@@ -270,18 +270,18 @@ private:
     bool in_trouble = false;
     bool echo_stays = false;
     bool errors_stay = false; ///< +CMEE=1 has no effect
-    int guard = 0;            ///< commands before which the modem, which answers twice, is asked
+    int guard = 0;            ///< commands left before which a modem that answers twice is asked
     unsigned told_notices = 0;
 
     bool keeps_open = false;                ///< the start of the open line is in the answer
-    std::array<char, AT_ANSWER_MAX> answer; ///< units: two bytes of length and flag, the text
+    std::array<char, AT_ANSWER_MAX> answer; ///< units: two bytes of length and flags, then the text
     std::size_t answer_count = 0;
     std::array<char, AT_DELIVERY_MAX> delivery;
     std::size_t delivery_count = 0;
     bool delivery_is_answer = false;
 };
 
-/// Bytes at a time that a link takes.
+/// Most bytes that a link takes in one feed.
 inline constexpr std::size_t AT_FEED_MAX = 1024;
 
 #endif

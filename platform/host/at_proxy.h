@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-/// Who asked for this request (host_served_request when its line was written) has hung up: the daemon's wait for the
-/// answer ends at once. Nothing happens when that command has ended already. Any thread, never blocks.
+/// The client of this request (host_served_request when its line was written) has hung up: the daemon's wait for the
+/// answer ends at once. Nothing happens when the command has ended already. Any thread, never blocks.
 void at_proxy_asker_gone(uint32_t request);
 
 // The thread that runs commands reads the modem itself, so that no other thread stands between the two: from its first

@@ -158,7 +158,7 @@ std::string_view at_command_name(std::string_view line)
            (is_letter(line[end]) || is_digit(line[end])))
         ++end;
     while (end > 3 && is_digit(line[end - 1]))
-        --end; // a parameter that lacks its equals sign
+        --end; // a parameter without an equals sign
     return line.substr(0, end);
 }
 

@@ -1,12 +1,12 @@
-// What a command's text says about itself, by its words alone. Pure; any thread.
+// What a command's text alone says about the command. Pure; any thread.
 #ifndef VLK_AT_REQUEST_H
 #define VLK_AT_REQUEST_H
 
 #include <string_view>
 
 /// Why a request's text must not be written to the modem; nullptr when it may. is_sms: the daemon runs it as a
-/// two-phase exchange, the text is then the command line, CR, the message and Ctrl-Z (what follows is ignored);
-/// otherwise it is one command line, CR and LF at its end are not looked at. One sentence, a constant.
+/// two-phase exchange, and the text is the command line, CR, the message and Ctrl-Z (NULs behind it are ignored);
+/// otherwise it is one command line, and CR and LF at its end are ignored. The reason is one sentence, a constant.
 const char *at_request_fault(std::string_view text, bool is_sms);
 
 /// The same for a command line without its CR.
@@ -18,11 +18,11 @@ const char *at_message_fault(std::string_view line, std::string_view message);
 /// True for the first half of a two-phase exchange.
 bool at_asks_for_prompt(std::string_view line);
 
-/// True for a command line and its message in one, of a command (+CMGC) whose prompt the daemon does not know: it sends
-/// both at once, and the link writes each when it is due.
+/// True for a command line and its message in one text. The daemon does not know that this command (+CMGC) prompts,
+/// so it sends both at once, and the link writes each at its time.
 bool at_holds_message(std::string_view text);
 
-/// True when the modem may answer otherwise from now on: echo, verbose, result codes or +CMEE are another, or reset.
+/// True when the command may change how the modem answers: it sets or resets echo, verbose, result codes or +CMEE.
 bool at_changes_settings(std::string_view line);
 
 /// The command's name without any parameter ("AT+COPS", "ATD"), part of line: what may be shown to anybody.

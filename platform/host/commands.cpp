@@ -63,7 +63,7 @@ void close_lane(int lane)
         served.lane = NO_LANE;
         if (served.type == ACTIVE_REPORT)
             plain_queues_give_up(served.request);
-        at_proxy_asker_gone(served.request); // the one who waits may be reading the modem
+        at_proxy_asker_gone(served.request); // the waiting main thread may be reading the modem
     }
     if (lane == head_lane) {
         ++counters.withdrawn;
@@ -92,7 +92,7 @@ void send_unsent(int lane)
     order.set_ready(lane, true);
 }
 
-/// Something happened at a client, as the main thread's wait tells. It may be an event of the lane's last client.
+/// Something happened at a client, as the main thread's wait reports. The event may be of the lane's previous client.
 void lane_event(uint32_t tag, uint32_t events)
 {
     const auto lane = static_cast<int>(tag);
@@ -128,7 +128,7 @@ int lane_opened(int fd)
     return -1;
 }
 
-/// The door's thread: it hears of hang-ups also while the main thread waits for the modem.
+/// The door's thread: it notices hang-ups even while the main thread waits for the modem.
 void lane_happened(int lane)
 {
     const std::scoped_lock lock(mutex);
@@ -136,7 +136,7 @@ void lane_happened(int lane)
         close_lane(lane);
 }
 
-/// Under the mutex: what is no record is nothing that can be answered.
+/// Under the mutex: a client that sends anything but a record is disconnected, since there is nothing to answer.
 void receive(int lane)
 {
     const ssize_t size = recv(clients[lane].fd, &head, sizeof head, MSG_DONTWAIT | MSG_TRUNC);
@@ -153,7 +153,7 @@ void receive(int lane)
     }
 }
 
-/// Under the mutex: what is known of the request that ends with this reply.
+/// Under the mutex: counts the request that ends with this reply.
 void count_served(const at_cmd_msg &reply)
 {
     const connection &asker = clients[served.lane];
@@ -161,7 +161,7 @@ void count_served(const at_cmd_msg &reply)
                               asker.pid, ""};
     if (ended.result == AT_OK)
         return count_command(ended);
-    const process_name name = name_of_process(asker.pid); // a look into /proc, for those that are told
+    const process_name name = name_of_process(asker.pid); // reads /proc: only for those that are logged
     count_command({ended.name, ended.result, ended.took_ms, ended.pid, name.text});
 }
 
@@ -254,7 +254,7 @@ void refuse(const at_cmd_msg &request, const char *fault)
     host_log(LOG_NOTICE, "a command of process %d (%s) is refused: %s: %s", clients[served.lane].pid,
              name_of_process(clients[served.lane].pid).text, served.command, fault);
     ++counters.requests_refused;
-    served.command[0] = '\0'; // told and counted
+    served.command[0] = '\0'; // logged and counted already
     at_cmd_msg reply = request;
     memset(&reply.snd_rcv_msg, 0, sizeof reply.snd_rcv_msg);
     reply.snd_rcv_msg.ret_val = AT_COMMAND_NOT_SUPPORT;
@@ -273,7 +273,7 @@ int commands_open()
 bool commands_waiting()
 {
     constexpr uint32_t others = ~uint32_t{VLK_EVENT_CLIENT_REQUEST};
-    // Whoever sends one request after the other must not keep the modem's reports waiting.
+    // A client that sends one request after another must not keep the modem's reports waiting.
     if (visit == main_wait_count() && (main_wait_bits() & others) != 0) {
         const std::scoped_lock lock(mutex);
         end_served();

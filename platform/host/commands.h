@@ -1,5 +1,6 @@
-// The socket `commands`: requests come in, replies go out, each connection a lane of its own with its requests in
-// order and its replies in order. Who hangs up withdraws what waits. Main thread, but for what the door's thread does.
+// The socket `commands`: requests come in, replies go out. Each connection is a lane of its own, which keeps its
+// requests and replies in order. A client that hangs up withdraws what waits. Main thread unless said otherwise; the
+// door's thread opens and closes the connections.
 #ifndef VLK_COMMANDS_H
 #define VLK_COMMANDS_H
 
@@ -12,8 +13,8 @@ int commands_open();
 /// True when a request waits whose turn has come. False also when events of other kinds are to be served first.
 bool commands_waiting();
 
-/// Takes that request. 0, or an errno value: ENOMSG when there is none, EINVAL when it was one that must not reach the
-/// modem, which has been answered.
+/// Takes that request. 0, or an errno value: ENOMSG when there is none, EINVAL when it must not reach the modem and
+/// has been answered already.
 int commands_take(at_cmd_msg &request);
 
 /// Answers the request that was taken last. A client that has hung up gets nothing; one that does not read gets it

@@ -1,4 +1,4 @@
-// The connections of one socket, by slot, and who is at their other end. Its owner locks it.
+// The connections of one socket, by slot, and the processes at their other ends. The owner does the locking.
 #ifndef VLK_CONNECTIONS_H
 #define VLK_CONNECTIONS_H
 
@@ -13,7 +13,7 @@ struct connection {
     uid_t user = 0;
 };
 
-/// The name of a process, "?" when it has none any more. Bytes that are not printable become '?'.
+/// The name of a process, "?" when there is no such process any more. Bytes that are not printable become '?'.
 struct process_name {
     char text[32];
 };
@@ -25,7 +25,7 @@ public:
     static constexpr int MAX = 256;
 
     /// Takes a connected socket as a new connection. Its slot, or -1 when it is refused: there is no room, or its user
-    /// (but root and the daemon's own) holds half of what the others leave. The socket stays the caller's then.
+    /// (unless root or the daemon's own) holds half of what the others leave. The socket stays the caller's then.
     int add(int fd);
 
     /// Closes it. A free slot is accepted.

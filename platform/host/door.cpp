@@ -23,7 +23,7 @@ constexpr size_t SERVICES_MAX = 2;
 constexpr int REST_MS = 100; // while there are no descriptors for new connections
 
 struct open_service {
-    std::atomic<const door_service *> service{nullptr}; ///< set behind everything else
+    std::atomic<const door_service *> service{nullptr}; ///< set last
     int fd = -1;
 };
 
@@ -80,7 +80,7 @@ void accept_connection(size_t index)
 }
 
 /// A socket that was removed keeps its connections but gets no new ones: it is made anew, or the process ends, so
-/// that whoever watches it starts it again.
+/// that the service manager starts it again.
 void look_at_folder()
 {
     char ignored[1024];

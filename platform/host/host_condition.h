@@ -1,5 +1,5 @@
 // A condition variable that costs nothing while nobody waits, and no more than one wake-up when somebody does: the
-// one of the C++ library wakes a second time when the mutex is released, and needs the machinery of exceptions.
+// C++ library's wakes a second time when the mutex is released, and needs the machinery of exceptions.
 #ifndef VLK_HOST_CONDITION_H
 #define VLK_HOST_CONDITION_H
 
@@ -28,7 +28,7 @@ public:
     void notify_all()
     {
         if (sleepers == 0)
-            return; // whoever waits counts itself under the lock
+            return; // a thread that waits has counted itself under the lock
         ++changes;
         futex_wake(changes);
     }

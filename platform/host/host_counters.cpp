@@ -118,7 +118,7 @@ void count_command(const ended_command &command)
     whole_ms += static_cast<uint64_t>(command.took_ms);
     const auto took = static_cast<uint32_t>(std::min<int64_t>(command.took_ms, UINT32_MAX));
     if (took > slowest_ms)
-        slowest_ms = took; // one thread ends commands
+        slowest_ms = took; // no race: only one thread ends commands
     if (command.result != AT_OK)
         tell(command, outcomes[index]);
 }

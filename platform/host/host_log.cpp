@@ -52,7 +52,7 @@ void write_summaries(int64_t now)
     summary_due = history.due();
 }
 
-/// What was counted and not told yet, unless a line is being written right now.
+/// Writes what was counted but not written yet, unless a line is being written right now.
 void write_last_summaries()
 {
     const std::unique_lock lock(log_mutex, std::try_to_lock);
@@ -62,7 +62,7 @@ void write_last_summaries()
         write_summary(*summary, log_sink_line_in_handler);
 }
 
-/// Says it and lets the signal do what it does by itself.
+/// Logs that the process ends, then lets the signal do what it does by default.
 void end_by_signal(int number)
 {
     service_stopping();
@@ -102,7 +102,7 @@ void host_log_start()
         struct sigaction action = {};
         sigaction(one.signal, nullptr, &action);
         if (action.sa_handler != SIG_DFL)
-            continue; // somebody who started us wants it ignored
+            continue; // the program that started us wants it ignored
         action.sa_handler = end_by_signal;
         sigaction(one.signal, &action, nullptr);
     }

@@ -62,7 +62,7 @@ Exit status:
 
 int64_t started_ms = 0;
 
-/// Every argument of the process: the daemon's main knows only the "1".
+/// Takes every argument of the process but the "1", which is all that the daemon's main knows.
 void take_arguments()
 {
     FILE *const file = fopen("/proc/self/cmdline", "re");
@@ -89,8 +89,8 @@ void take_arguments()
     }
 }
 
-/// A daemon that is started without its standard descriptors must not get others in their place: what it prints would
-/// go into them.
+/// A daemon that is started without its standard descriptors must not open other files in their place: what it prints
+/// would go into them.
 void open_standard_descriptors()
 {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd)

@@ -7,14 +7,14 @@
 
 #include "host_config.h"
 
-/// Everything above, in this order and before anything else is opened. Prints one line and ends the process when
+/// Does everything above, in this order and before anything else is opened. Prints one line and ends the process when
 /// something fails (exit codes: sysexits.h). Main thread, once, before any other thread.
 void host_start();
 
 /// Ends the process with exit_code after the line "vorlink: MESSAGE" on standard error.
 [[noreturn]] void host_fail(int exit_code, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-/// The settings: defaults until they are read, then constant. Any thread. Inline, for every trace asks for its level.
+/// The settings: defaults until they are read, then constant. Any thread. Inline, because every trace reads its level.
 inline const host_config &host_settings()
 {
     extern host_config host_settings_as_read;
@@ -24,7 +24,7 @@ inline const host_config &host_settings()
 /// Reads the settings from the environment (host_start does). 0, or -1 and a message in error.
 int host_load_settings(char *error, size_t error_size);
 
-/// Monotonic milliseconds when the process started to be a daemon. Any thread.
+/// When host_start was called, in monotonic milliseconds. Any thread.
 int64_t host_started_ms();
 
 #endif

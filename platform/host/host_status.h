@@ -20,7 +20,7 @@ private:
     std::size_t used = 0;
 };
 
-/// Everything there is to say, into buffer. Bytes written. Any thread.
+/// Writes the whole status into buffer. Returns the bytes written. Any thread.
 std::size_t host_status(std::span<char> buffer);
 
 #endif

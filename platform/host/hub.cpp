@@ -54,7 +54,7 @@ std::atomic<hub_packet_proc> sync_proc{nullptr};
 
 // ---- Sending
 
-/// Once when a listener begins to lose packets, once when it is known how many. Under the mutex.
+/// Logs once that a listener begins to lose packets (missed is 0), and once how many it has lost. Under the mutex.
 void tell_losses(int slot, uint32_t missed)
 {
     const process_name name = name_of_process(peers[slot].pid);
@@ -91,7 +91,7 @@ bool takes(int slot, const host_packet &header)
         return who.takes_lines;
     if (header.kind == HOST_ANSWER_TEXT)
         return who.takes_answers && header.module == peers[slot].pid &&
-               header.module != 0; // 0: any unseen one
+               header.module != 0; // 0: a process that cannot be seen from here
     if (who.takes_all)
         return true;
     if (header.kind == HOST_BUS_MESSAGE) {
@@ -150,7 +150,7 @@ bool subscribe(int slot, const host_packet &header)
 
 void answer_status(int slot)
 {
-    static std::array<char, HOST_DATA_MAX> text; // the door's thread alone is here
+    static std::array<char, HOST_DATA_MAX> text; // only the door's thread gets here
     host_packet answer{};
     answer.kind = HOST_STATUS;
     answer.length = static_cast<uint32_t>(host_status(text));
@@ -180,7 +180,7 @@ const char *fault_of(const host_packet &header, ssize_t size)
     }
 }
 
-/// Letting go of the modem stops everybody's work: only who may stop the daemon itself may ask for it.
+/// Letting go of the modem stops everybody's work: only those who may stop the daemon itself may ask for it.
 bool may_send(const host_packet &header, const connection &sender)
 {
     if (header.code != HOST_BUS_RELEASE_MODEM)
@@ -212,7 +212,7 @@ const char *serve_packet(int slot, const received_packet &packet)
     return nullptr;
 }
 
-/// Takes one packet, so that nobody who sends many keeps the others waiting.
+/// Takes one packet only, so that a listener that sends many does not keep the others waiting.
 void read_listener(int slot)
 {
     static received_packet packet;

@@ -20,14 +20,14 @@ int hub_open();
 void hub_set_handler(host_packet_kind kind, hub_packet_proc proc);
 
 /// Sends a packet to every listener that subscribed to its module (events) or name (bus messages). Never blocks; a
-/// listener without room misses it and is told so by the next one it gets. Any thread, in order. 0, or -1 when there
-/// is more data than HOST_DATA_MAX, or none at data.
+/// listener without room misses it and learns that from the next one it gets. Any thread, in order. 0, or -1 when
+/// there is more data than HOST_DATA_MAX, or data is null although there should be some.
 int hub_post(const host_packet &header, const void *data);
 
 /// Sends a packet to one listener, with the same rules. Handlers only.
 void hub_reply(int reply_to, const host_packet &header, const void *data);
 
-/// Services that have subscribed to something. Any thread.
+/// Services that have subscribed to something other than answers. Any thread.
 int hub_listener_count();
 
 /// Whether any listener takes the modem's unsolicited lines, or answers. Any thread.

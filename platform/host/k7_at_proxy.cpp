@@ -49,7 +49,7 @@ constexpr int DELIVERY_LIMIT_MS = 2000; // the main thread may be busy writing a
 constexpr int DELIVERY_PAUSE_MAX_MS = 50;
 constexpr size_t SHOWN_RESULT_MAX = 40;
 
-/// Texts one after the other, each with its kind. Pages of it are used only once a long answer comes.
+/// Texts one after the other, each with its kind. Most of its memory is only touched when a long answer comes.
 class delivery_buffer
 {
 public:
@@ -65,7 +65,7 @@ public:
 
     bool is_empty() const { return begin == end; }
 
-    /// The oldest one; there is one.
+    /// The oldest text; the buffer must not be empty.
     std::string_view first() const { return {&bytes[begin + 2], head() & ~ANSWER}; }
     bool first_is_answer() const { return (head() & ANSWER) != 0; }
     void drop_first()
@@ -102,12 +102,12 @@ struct write_buffer {
     }
 };
 
-/// Which deliveries the daemon has not read yet. It reads them when it next waits, whoever it waits for by then: an
-/// answer among them would go to the wrong one. Under the link's mutex but for what says otherwise.
+/// Which deliveries the daemon has not read yet. It reads them when it next waits, for whichever client that is: an
+/// answer among them would go to the wrong one. Under the link's mutex, except where said otherwise.
 class unread_deliveries
 {
 public:
-    /// Nothing is unread now. Without such a queue nothing ever is.
+    /// Begins with nothing unread. Without such a queue nothing ever is.
     void watch(int32_t new_queue)
     {
         queue = new_queue;
@@ -124,7 +124,7 @@ public:
         return made;
     }
 
-    /// Whoever reads, without the mutex, around each push. False: it is stale, do not push it.
+    /// Called around each push by the thread that reads, without the mutex. False: the text is stale, do not push it.
     bool begin_push(uint32_t ticket, bool is_answer)
     {
         pushing = true;
@@ -143,7 +143,7 @@ public:
 
     bool are_some() const { return queue >= 0 && read() != made; }
 
-    /// Takes the answers away. Called by the only one who reads the queue, so none gets in between.
+    /// Drops the unread answers. Called by the only thread that reads the queue, so none is read meanwhile.
     void drop_answers()
     {
         if (queue < 0 || static_cast<int32_t>(last_answer - read()) <= 0)
@@ -175,7 +175,7 @@ private:
     std::atomic<bool> pushing{false};
 };
 
-/// What a modem does that says nothing, and what to do about it.
+/// What to say of a modem that is silent, and what to do about it.
 std::array<char, 200> silence_text(uint32_t speed)
 {
     std::array<char, 200> text{};
@@ -249,34 +249,33 @@ private:
     std::atomic<k7_data_proc> data_proc{nullptr};
     std::atomic<pthread_t> commands_thread{}; ///< the one that registers: it runs the commands
     std::atomic<bool> stopping{false};
-    std::atomic<bool> mute{false};       ///< it was told that the modem does not answer
+    std::atomic<bool> mute{false};       ///< it is known that the modem does not answer
     std::atomic<uint32_t> speed{0};      ///< of the open device in bits per second, 0 when it has none
     std::atomic<bool> handed_out{false}; ///< the daemon has its send function, so it takes deliveries
     std::atomic<bool> broken{false};     ///< a send left the modem in the middle of a line: start afresh
     std::atomic<uint32_t> gone_request{0};
     std::atomic<bool> somebody_gone{false};
 
-    // The link and what it wants done. Taken before device_mutex, when both are.
+    // The link and what it wants done. Its mutex is taken before device_mutex when both are.
     std::mutex link_mutex;
     host_condition ready_changed;
     at_link link{*this};
     unread_deliveries unread;
     write_buffer to_write;
     served_asker asked_by;
-    std::atomic<int64_t> due{-1}; ///< as link.due()
-    std::atomic<int64_t> reader_due{
-        -1};                ///< until then the reader's thread waits, -1: it does not look at the time
-    bool was_ready = false; ///< as it was told last
+    std::atomic<int64_t> due{-1};        ///< as link.due()
+    std::atomic<int64_t> reader_due{-1}; ///< until when the reader's thread sleeps at most, -1: without limit
+    bool was_ready = false;              ///< as last reported
     bool wants_hang_up = false;
     std::atomic<bool> wants_reopen{false};
 
     // Writing to the device, and who reads it; the reader's thread alone opens and closes it.
     std::mutex device_mutex;
     at_device device;
-    std::atomic<bool> reads_here{false}; ///< the thread that runs commands, not the reader's
+    std::atomic<bool> reads_here{false}; ///< the thread that runs commands reads, not the reader's
 
-    // Of whoever reads. Taken before the other two; the thread that runs commands only tries, and never sleeps in
-    // it for anything but the modem.
+    // For the thread that reads. Taken before the other two; the thread that runs commands only tries to take it, and
+    // while it has it sleeps for nothing but the modem.
     std::mutex reading;
     bool is_served = false; ///< the device is open
     delivery_buffer to_deliver;
@@ -344,7 +343,7 @@ int at_proxy::start_reader()
     return reader_runs ? 0 : -1;
 }
 
-/// Called by the data callback itself it only tells the reader, which ends after that call.
+/// When the data callback itself calls it, it only notifies the reader, which ends after that callback.
 void at_proxy::stop_reader()
 {
     stopping = true;
@@ -362,7 +361,7 @@ void at_proxy::set_modem(host_modem_state state, const char *reason)
     modem_state_set(state, reason);
 }
 
-/// The device is open. The reader's thread.
+/// For an open device. The thread that reads.
 void at_proxy::set_silent()
 {
     std::array<char, 256> reason{};
@@ -411,7 +410,7 @@ at_sent at_proxy::ask_link(std::string_view text)
     unread.drop_answers();
     const at_sent result = link.send(text, asker, link.is_free() ? 0 : monotonic_ms());
     due = link.due();
-    asked_by = host_served_asker; // what came of an answer before belonged to who asked before
+    asked_by = host_served_asker; // an answer that came before belongs to the client before
     return result;
 }
 
@@ -539,7 +538,7 @@ void at_proxy::serve_device()
         reader_due = until;
         wait_for_input(until < 0 ? -1 : std::max<int64_t>(until - monotonic_ms(), 0));
         const std::scoped_lock lock(reading);
-        take_wakes(); // not before: whoever reads at the moment sees them, too
+        take_wakes(); // not before: the other thread, if it reads now, must see them, too
         push_deliveries();
         if (!pass_on_input(READ_MAX))
             return;
@@ -552,7 +551,7 @@ void at_proxy::take_wakes() const
     eventfd_read(wake_fd, &wakes);
 }
 
-/// Makes the reader's thread wait for a descriptor's input, or no longer.
+/// Makes the reader's thread wait for a descriptor's input, or no longer wait for it.
 int at_proxy::watch(int fd, int operation) const
 {
     epoll_event input{.events = EPOLLIN, .data = {}};
@@ -565,7 +564,7 @@ void at_proxy::wait_for_input(int64_t wait_ms) const
     epoll_wait(input_set, &came, 1, static_cast<int>(wait_ms));
 }
 
-/// Passes on what the device has to say now, at most that many bytes, or that it is silent. False when it is gone.
+/// Passes on what the device says now, at most limit bytes, or that it says nothing. False when it is gone.
 bool at_proxy::pass_on_input(size_t limit)
 {
     std::array<char, READ_MAX> bytes;
@@ -586,7 +585,7 @@ bool at_proxy::pass_on(const char *bytes, ssize_t count)
     return true;
 }
 
-/// Feeds the link, or tells it the time when there are no bytes: while there are the modem is not silent.
+/// Feeds the link; without bytes gives it the time only, because a modem that sends bytes is not silent.
 void at_proxy::run_link(std::string_view bytes)
 {
     std::unique_lock link_lock(link_mutex);
@@ -628,7 +627,7 @@ void at_proxy::do_what_link_wants(std::unique_lock<std::mutex> link_lock)
         at_device_hang_up(device);
 }
 
-/// The reader's thread leaves none; the thread that empties the queue leaves what finds no room.
+/// The reader's thread pushes them all; the thread that empties the queue leaves those that find no room.
 void at_proxy::push_deliveries()
 {
     for (; !to_deliver.is_empty(); to_deliver.drop_first(), ++first_ticket)
@@ -636,8 +635,8 @@ void at_proxy::push_deliveries()
             return;
 }
 
-/// The record that answers a command has room for 1500 bytes, and none for lines that look like reports: its asker may
-/// take all of it from the hub.
+/// The record that answers a command has room for 1500 bytes, and none for lines that look like reports: its client
+/// may take the whole answer from the hub.
 void at_proxy::tell_asker(std::string_view text, bool is_answer) const
 {
     host_packet packet{};
@@ -650,7 +649,7 @@ void at_proxy::tell_asker(std::string_view text, bool is_answer) const
     hub_post(packet, text.data());
 }
 
-/// Called under the link's mutex, by the reader.
+/// Called under the link's mutex, by the thread that reads.
 void at_proxy::deliver(std::string_view text, bool is_answer)
 {
     if (!is_answer) {
@@ -672,10 +671,10 @@ void at_proxy::deliver(std::string_view text, bool is_answer)
 }
 
 /// A full queue holds the modem back instead of losing its text, as long as somebody empties it. False when it is full
-/// and this is the thread that does.
+/// and this is the thread that empties it.
 bool at_proxy::push(std::string_view text, bool is_answer, uint32_t ticket)
 {
-    int64_t end = -1; // asked for only when it is not taken at once
+    int64_t end = -1; // set only when the text is not taken at once
     int pause_ms = 1;
     while (!stopping) {
         if (!unread.begin_push(ticket, is_answer))
@@ -789,7 +788,7 @@ void at_proxy::give_back_reading()
     main_wait_remove_modem(device.fd);
     watch(device.fd, EPOLL_CTL_ADD);
     if (due >= 0)
-        wake_reader(); // it waits without that time
+        wake_reader(); // it sleeps without knowing that time
 }
 
 // ---- What the operator is told

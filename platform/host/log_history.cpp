@@ -18,7 +18,7 @@ uint64_t hash_of(std::string_view text, std::string_view without = "")
 }
 } // namespace
 
-/// The kind of this likeness; a new one takes the place of the one that was quiet for the longest time.
+/// Finds the kind with this likeness; a new one replaces the one that has been quiet for the longest time.
 log_history::kind &log_history::find(int64_t now_ms, uint64_t likeness)
 {
     const auto known = std::ranges::find(kinds, likeness, &kind::likeness);
@@ -68,7 +68,7 @@ std::optional<log_summary> log_history::take_summary(int64_t now_ms)
         const int64_t end = now_ms == ALL ? like.last_ms : now_ms;
         log_summary summary{like.priority, like.counted, end - like.since_ms, ""};
         snprintf(summary.text, sizeof summary.text, "%s", like.text);
-        like.counted = 0; // what goes on is counted on: the lines of this window stay written
+        like.counted = 0; // `written` is kept: the lines of this window still count
         like.since_ms = end;
         return summary;
     }

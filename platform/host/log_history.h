@@ -9,19 +9,19 @@
 
 inline constexpr int64_t LOG_WINDOW_MS = 600'000; ///< in which repetitions are counted
 
-/// Repetitions that are to be told.
+/// Repetitions that are to be logged.
 struct log_summary {
     int priority;
     uint32_t count;  ///< lines like this one that were not written
-    int64_t span_ms; ///< within so long
+    int64_t span_ms; ///< the time in which they came
     char text[160];  ///< of the last of them, maybe cut
 };
 
 class log_history
 {
 public:
-    /// Whether this line is written. Not written are the same text again with nothing else between, and what is beyond
-    /// the first five lines of one kind (the same but for numbers) in a window.
+    /// Whether this line is to be written. It is not when it repeats the last written line, or when its kind (lines
+    /// that differ only in numbers) has had five lines in this window.
     bool wants(int64_t now_ms, int priority, const char *text);
 
     static constexpr int64_t ALL = -1; ///< a time at which every summary is due

@@ -75,7 +75,7 @@ uint64_t untold = 0;  ///< lines that are missing since the last that was writte
 bool cut_off = false; ///< the last line was written in part
 std::atomic<uint64_t> lost{0};
 
-/// As sd-daemon does: the journal's socket is ours, and not an inherited variable's of somebody else's.
+/// As sd-daemon does: the variable must name our standard error; it may be inherited from another service.
 bool is_journal(const struct stat &about)
 {
     const char *const text = getenv("JOURNAL_STREAM");

@@ -1,4 +1,4 @@
-// Where both logs go: standard error, written without ever waiting for who reads it, and without changing what other
+// Where both logs go: standard error, written without ever waiting for its reader, and without changing what other
 // processes share with us: pipes and terminals are opened once more, non-blocking, sockets are asked not to wait. Any
 // thread.
 #ifndef VLK_LOG_SINK_H
@@ -9,19 +9,19 @@
 #include <syslog.h>
 
 enum class log_kind {
-    OPERATOR, ///< what somebody may have to do something about
-    TRACE,    ///< the daemon's own trace, for its developers: marked, and of no weight to a journal
+    OPERATOR, ///< what somebody may have to act upon
+    TRACE,    ///< the daemon's own trace, for its developers: marked, and of lowest priority in a journal
 };
 
 /// Writes one line, masked (log_text.h). For a journal "<PRIORITY>" stands in front, elsewhere the time and the level,
 /// in colour on a terminal. What cannot be written at once, or is more than a second's share, is counted; the next
-/// line that can be written is preceded by a line that tells how many are missing.
+/// line that can be written is preceded by a line that says how many are missing.
 void log_sink_line(log_kind kind, int priority, const char *text);
 
 /// The same from a signal handler: nothing is written when a line is being written right now.
 void log_sink_line_in_handler(int priority, const char *text);
 
-/// Writes "vorlink: TEXT", for a process that cannot go on. Time and level are left out: somebody stands before it.
+/// Writes "vorlink: TEXT", for a process that cannot go on. Time and level are left out: somebody is watching.
 void log_sink_last_words(const char *text);
 
 /// Lines of both logs that were not written since the start.

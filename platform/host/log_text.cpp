@@ -7,7 +7,7 @@
 
 namespace
 {
-constexpr size_t PDU_DIGITS_MIN = 16; ///< a run of so many hexadecimal digits is taken for a PDU
+constexpr size_t PDU_DIGITS_MIN = 16; ///< a run of at least this many hexadecimal digits is taken for a PDU
 
 bool is_letter(char c)
 {

@@ -11,7 +11,7 @@
 
 inline constexpr size_t LOG_TEXT_SIZE = 900; ///< bytes of one text with its end; what is longer is cut
 inline constexpr size_t LOG_LINE_SIZE =
-    4096; ///< a text of which every byte is escaped; one write is whole in a pipe
+    4096; ///< holds a text with every byte escaped; a pipe takes it in one piece
 
 /// Formats as printf does. A text that is too long ends with "...", a line end of the caller is dropped.
 __attribute__((format(printf, 2, 0))) void log_format(std::span<char, LOG_TEXT_SIZE> text, const char *format,

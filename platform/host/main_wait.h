@@ -1,4 +1,4 @@
-// The main thread's event wait as the host layer uses it: beside event bits it waits for descriptors, so that nothing
+// The main thread's event wait as the host layer uses it: besides event bits it waits for descriptors, so that nothing
 // stands between a client and the engine.
 #ifndef VLK_MAIN_WAIT_H
 #define VLK_MAIN_WAIT_H
@@ -8,10 +8,10 @@
 /// Handles what happened at a descriptor: its tag, and the epoll events. Runs on the main thread, nothing locked.
 typedef void (*main_wait_proc)(uint32_t tag, uint32_t events);
 
-/// Who handles them. Call it before the first main_wait_add.
+/// Sets the handler. Call it before the first main_wait_add.
 void main_wait_set_proc(main_wait_proc proc);
 
-/// Waits for these epoll events of a descriptor, edge-triggered, too; closing the descriptor ends that. Any thread.
+/// Makes the wait watch a descriptor for these epoll events, edge-triggered, until it is closed. Any thread.
 /// 0, or -1 with errno.
 int main_wait_add(int fd, uint32_t events, uint32_t tag);
 int main_wait_change(int fd, uint32_t events, uint32_t tag);

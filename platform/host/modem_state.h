@@ -1,4 +1,4 @@
-// What the daemon knows of its modem, for everybody who asks: the proxy says it, status and log read it. Any thread.
+// What the daemon knows of its modem: the proxy sets it, the status and the service manager get it. Any thread.
 #ifndef VLK_MODEM_STATE_H
 #define VLK_MODEM_STATE_H
 
@@ -19,10 +19,10 @@ struct modem_report {
     int64_t owes_since_ms = 0;
 };
 
-/// A state with its reason; the same state again keeps its time.
+/// Sets the state and its reason; the same state again keeps since_ms.
 void modem_state_set(host_modem_state state, const char *reason);
 
-/// What the modem still owes, an empty text for nothing.
+/// Sets what the modem still owes, an empty text for nothing.
 void modem_debt_set(const char *owes);
 
 modem_report modem_state_get();

@@ -1,5 +1,5 @@
-// Extended queues: requests and replies stand on the socket `commands`, so they end with the process and there is one
-// queue of each. Main thread.
+// Extended queues: requests and replies travel over the socket `commands`, so they end with the process and there is
+// one queue of each. Main thread.
 #include <cerrno>
 #include <cstring>
 
@@ -27,7 +27,7 @@ int32_t id_of(uint32_t key)
     return is_extended(key) && created[key] ? FIRST_ID + static_cast<int32_t>(key) : -1;
 }
 
-/// The cell is the caller's and may be missing. 0, or -1 for a cause.
+/// Stores a cause in *retcode, if there is one. 0 when cause is 0, else -1.
 int result(int *retcode, int cause)
 {
     if (cause == 0)

@@ -87,7 +87,7 @@ int32_t next_id(size_t index)
     return used[index] * QUEUES + static_cast<int32_t>(index);
 }
 
-/// Without the queue's lock.
+/// Reads the modem while the queue's lock is released.
 bool read_modem(std::unique_lock<std::mutex> &guard, int64_t until)
 {
     guard.unlock();
@@ -222,7 +222,7 @@ int VLK_msgQ_recv(int32_t id, void *record, uint32_t size, int32_t wait_ms)
     if (queue == nullptr || record == nullptr)
         return -1;
     if (wait_ms <= 0 && queue->count == 0)
-        return -1; // empty just now, whoever holds the lock
+        return -1; // empty just now, even if another thread holds the lock
     std::unique_lock guard(queue->lock);
     const int64_t deadline = wait_ms > 0 ? deadline_after(wait_ms) : 0;
     const auto is_waiting = [&] { return queue->id == id && queue->count == 0 && !is_given_up(); };

@@ -13,7 +13,7 @@ void plain_queues_give_up(uint32_t request);
 /// How many records have left the queue since it was made, counted modulo 2^32; 0 for no queue.
 uint32_t plain_queue_taken(int32_t id);
 
-/// Takes waiting records away: the oldest when bit 0 is set, the next for bit 1, and so on. The others keep their order.
+/// Removes waiting records: the oldest when bit 0 is set, the next for bit 1, and so on. The others keep their order.
 void plain_queue_drop(int32_t id, uint64_t which);
 
 #endif

@@ -29,7 +29,7 @@ qep_sync_proc find_handler(const host_packet &request)
     return nullptr;
 }
 
-/// Answers one request, also one that nobody handles: its sender waits.
+/// Answers one request, even one that nobody handles, because its sender waits.
 void answer_request(const host_packet *request, const void *data, int reply_to)
 {
     host_packet answer = *request;

@@ -25,7 +25,7 @@ level_name name_of(int level)
     return {"detail", LOG_DEBUG};
 }
 
-/// Apart from its caller, so that a trace that is not wanted costs a compare and no stack.
+/// Not part of its caller, so that an unwanted trace costs a comparison and no stack.
 __attribute__((noinline, format(printf, 5, 0))) void
 print_line(const char *file, int line, const char *module, int level, const char *format, va_list arguments)
 {

@@ -30,7 +30,7 @@ int QEP_UTIL_RemoveAndroidWPerm(const char *path, const char *mode)
     return chmod(path, static_cast<mode_t>(bits));
 }
 
-/// What the daemon is from now on, when it was started as root and is to be somebody else.
+/// Becomes the user of the settings, when the daemon was started as root and one is named.
 static void become_user(const host_config &settings)
 {
     if (geteuid() != 0 || settings.user[0] == '\0' || settings.user_id == 0)

@@ -5,15 +5,15 @@
 
 #include <string_view>
 
-/// True for a line that comes by itself, when it is no part of an answer. Pure.
+/// True for a line that the modem sends by itself, provided that it is no part of an answer. Pure.
 bool is_report_line(std::string_view line);
 
-/// Leaves out of a list of commands' names those that the daemon would take for reports, whose handlers would find
-/// nothing in them and tell that. Copies the rest to room, which is as large, and returns it. Pure.
+/// Leaves out of a list of command names those that the daemon would take for reports: their handlers would find
+/// nothing in them and trace that. Copies the rest to room, which is as large as answer, and returns it. Pure.
 std::string_view without_report_names(std::string_view answer, char *room);
 
-/// Tells the listeners the reports in a delivery that is no answer. Whoever reads the modem, one thread at a time. Costs
-/// a look at a counter while nobody listens.
+/// Sends the reports in a delivery that is no answer to the listeners. For the thread that reads the modem, one at a
+/// time. Costs a load while nobody listens.
 void report_lines_delivery(std::string_view delivery);
 
 #endif

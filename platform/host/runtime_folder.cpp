@@ -54,7 +54,7 @@ bool is_ours(const struct stat &state)
     return state.st_uid == geteuid() || state.st_uid == 0 || state.st_uid == host_settings().owner.user;
 }
 
-/// Gives what the descriptor refers to, a socket in the folder included, to the owner of the settings. 0, or -1.
+/// Gives what the descriptor refers to, a socket in the folder included, to the owner in the settings. 0, or -1.
 int give_to_owner(int fd)
 {
     const host_owner &owner = host_settings().owner;
@@ -68,7 +68,7 @@ int give_to_owner(int fd)
               what, strerror(errno));
 }
 
-/// A folder that was there keeps its owner and its mode, whatever they are: it may be anything. It only must not let
+/// A folder that was there already keeps its owner and its mode, since it may serve others, too. But it must not let
 /// others exchange what is in it, and must let the group in.
 void check_folder()
 {
@@ -117,13 +117,13 @@ int holder_of(int fd)
     return pread(fd, text, sizeof text - 1, 0) > 0 ? atoi(text) : 0;
 }
 
-/// A full disk took a part of the text at most.
+/// Empties the lock file, because a full disk took only a part of the text.
 void holder_unknown(int fd)
 {
     [[maybe_unused]] const int result = ftruncate(fd, 0);
 }
 
-/// Held until the process ends, however it ends.
+/// Takes the lock, which is held until the process ends, however it ends.
 void lock_folder()
 {
     const int fd =
@@ -152,7 +152,7 @@ void lock_folder()
     lock_fd = fd;
 }
 
-/// A socket address by the folder's descriptor: right also when the folder was renamed, short enough always.
+/// A socket address through the folder's descriptor: right even when the folder was renamed, and always short enough.
 sockaddr_un address_of(const char *name)
 {
     sockaddr_un address{};

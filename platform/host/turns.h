@@ -43,7 +43,7 @@ private:
     std::array<lane_state, LANES_MAX> lanes{};
     std::array<user_state, LANES_MAX> users{};
     int lanes_end = 0; ///< behind the last lane that was ever open
-    uint64_t turn = 1; ///< of the last one served; a new lane comes right before it
+    uint64_t turn = 1; ///< of the lane served last; a new lane comes right before it
 };
 
 #endif

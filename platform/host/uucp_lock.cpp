@@ -17,13 +17,13 @@
 
 namespace
 {
-constexpr int64_t YOUNG_S = 10; ///< a lock without a number that is younger is being written
+constexpr int64_t YOUNG_S = 10; ///< a younger lock file without a number is still being written
 
 /// What a lock file says.
 struct lock_state {
     bool exists = false;
     bool is_ours = false;
-    pid_t holder = 0; ///< alive, another process; 0: nobody
+    pid_t holder = 0; ///< alive, another process; INT_MAX: not written yet; 0: nobody
 };
 
 /// FOLDER/LCK..NAME, where NAME is the device's path below /dev without symbolic links. 0 or -1.
@@ -54,7 +54,7 @@ pid_t parse_holder(std::span<const char> text)
     return std::max(pid, 0);
 }
 
-/// Alive, and of the user whose file it is: the number of a process that died may be somebody else's by now.
+/// Alive, and of the file's user: the number of a process that died may be another user's process by now.
 bool holds(pid_t pid, const struct stat &file)
 {
     if (pid == getpid() || (kill(pid, 0) != 0 && errno == ESRCH))

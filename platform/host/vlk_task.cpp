@@ -34,11 +34,11 @@ static uint32_t waits = 0;
 constexpr uint32_t WAKE_TAG = UINT32_MAX;
 constexpr uint32_t MODEM_TAG = WAKE_TAG - 1;
 constexpr int64_t LONG_YIELD_NS = 100'000;
-constexpr int64_t YIELD_PAUSE = 64; // times a long yield, until the next one
+constexpr int64_t YIELD_PAUSE = 64; // how many times a long yield's duration passes until the next yield
 
 /// Yields once before sleeping: a client that has just got its reply may only need the processor to send its next
 /// request, and then neither a sleep nor a wake-up is needed. Not for a while after a long yield: others have work of
-/// their own then, and whoever yields waits for all of their turn, while a sleeper is woken in the middle of it.
+/// their own then, and a thread that yields waits for their whole turn, while a sleeper is woken in the middle of it.
 static void yield_before_sleep()
 {
     static std::atomic<int64_t> not_before{0};
