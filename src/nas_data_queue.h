@@ -1,4 +1,4 @@
-// The modem-data queue: the way of modem text from the AT proxy's thread to the main thread.
+// The modem-data queue: carries modem text from the AT proxy to the main thread.
 #ifndef NAS_DATA_QUEUE_H
 #define NAS_DATA_QUEUE_H
 
@@ -17,7 +17,8 @@ struct nas_data_rec {
 static_assert(sizeof(nas_data_rec) == 1502 && offsetof(nas_data_rec, length) == 1500);
 
 /// Queues a copy of length bytes and announces it to the main thread. Returns 1, or 0 when the data is null or too
-/// long, or the queue refuses it; the text is lost then. AT proxy's thread.
+/// long, or the queue refuses it; the text is lost then. Called by the AT proxy, on
+/// one thread at a time.
 int vlk_queue_nas_data(const char *data, uint32_t length);
 
 #endif

@@ -6,7 +6,7 @@
 
 enum trace_level : int {
     ERROR = 2,
-    MINOR = 4, ///< refused, or of little weight
+    MINOR = 4, ///< refused, or unimportant
     PROGRESS = 8,
     DETAIL = 16
 };

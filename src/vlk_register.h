@@ -1,4 +1,4 @@
-// The modem link: registration on the AT channel, the one way of bytes to the modem, the SIM card-state texts.
+// The modem link: registration on the AT channel, the only way to send bytes to the modem, the SIM card-state texts.
 #ifndef VLK_REGISTER_H
 #define VLK_REGISTER_H
 
@@ -13,7 +13,7 @@ inline constexpr std::array<const char *, 3> vlk_card_state_texts = {"^CPINNTY:R
 int vlk_register_nas();
 
 /// Takes modem text from the AT proxy; the channel is not read. Returns 0 when it was queued, 1 when it was
-/// refused. AT proxy's thread.
+/// refused. Called by the AT proxy, on one thread at a time.
 int vlk_get_data_from_nas(uint32_t channel, const char *data, uint32_t length);
 
 /// Sends length bytes of a terminated text as they are. Returns 1 when the AT proxy accepted them, 0 when not, or

@@ -67,7 +67,7 @@ constexpr connection_text CONTEXT_TEXTS[] = {
     {"pdp_type", &connection_texts::pdp_type},
 };
 
-// ^NDISSTATEX, and ^NDISSTAT but for the cid.
+// ^NDISSTATEX, and ^NDISSTAT, which lacks the cid.
 constexpr connection_text INTERFACE_TEXTS[] = {
     {"cid", &connection_texts::cid},
     {"PDP_type", &connection_texts::pdp_type},
@@ -75,7 +75,7 @@ constexpr connection_text INTERFACE_TEXTS[] = {
     {"err_code", &connection_texts::err_code},
 };
 
-/// Takes the texts in the table; the last of a name counts.
+/// Takes the texts that the table names; the last field of a name counts.
 template <std::size_t rows>
 connection_texts texts_of(const report_fields &fields, const connection_text (&table)[rows])
 {
@@ -107,7 +107,7 @@ void notify_disconnected(int32_t cid, int32_t cause, const char *pdp_type)
     QEP_MSG_SendMsgData(VLK_BUS_DIALUP, type, &message, sizeof message);
 }
 
-/// Notifies of what the stat says. Returns 0, -1 for one that says neither: nobody is notified.
+/// Notifies of the connection or disconnection that stat means. Returns 0, -1 when it means neither.
 int notify_by_stat(int32_t cid, int32_t stat, const connection_texts &texts)
 {
     if (stat == STAT_CONNECTED)

@@ -9,15 +9,15 @@
 // ---- registration.cpp
 
 /// ^MODE: the system mode of the serving network changed.
-/// Notifies "dialup" the mode and module 19 mode and sub-mode.
+/// Sends "dialup" the mode, and module 19 the mode and the sub-mode.
 void mode_report_callback(char *line, int32_t length);
 
 /// ^SRVST: the service status changed.
-/// Notifies "dialup" the status and, when service is back in full (2), module 9.
+/// Sends "dialup" the status and notifies module 9 when service is back in full (2).
 void redirect_noservice_report_callback(char *line, int32_t length);
 
 /// +CREG, +CGREG: the circuit-switched or packet-switched registration changed.
-/// Notifies module 106 (+CGREG only), "dialup", modules 19 and 9, and module 18 the cell identity.
+/// Notifies module 106 (+CGREG only), "dialup", modules 19 and 9, and sends module 18 the cell identity.
 void network_report_callback(char *line, int32_t length);
 
 /// +C5GREG: the 5G registration changed.
@@ -25,7 +25,7 @@ void network_report_callback(char *line, int32_t length);
 void NrNetworkReportCallback(char *line, int32_t length);
 
 /// ^APROAMRPT: the roaming status changed.
-/// Notifies module 7 home or roaming; nobody for any other status.
+/// Notifies module 7 of home or roaming; nobody for any other status.
 void aproaming_report_callback(char *line, int32_t length);
 
 /// ^RRCSTAT: the radio resource control connection changed state.
@@ -51,7 +51,7 @@ void LineRplmnReportCallback(char *line, int32_t length);
 void net_eons_report_callback(char *line, int32_t length);
 
 /// ^REJINFO: the network rejected a registration.
-/// Notifies modules 19 and 106 every detail that the report has.
+/// Sends modules 19 and 106 every detail that the report has.
 void rejinfo_report_callback(char *line, int32_t length);
 
 /// ^NETSCAN: the signal figures of a 5G network scan.
@@ -61,7 +61,7 @@ void NetScanReportCallback(char *line, int32_t length);
 // ---- sim.cpp
 
 /// ^SIMST: the SIM state or the SIM lock changed.
-/// Notifies modules 27, 75 (unusable SIM), 1 (by the customer's hook), 19, 9, 6 and 4, and the maintenance log.
+/// Notifies modules 27, 75 (unusable SIM), 1 (by the customer's hook), 19, 9, 6 and 4; writes to the maintenance log.
 void simst_report_callback(char *line, int32_t length);
 
 /// ^SIMREFRESH: the SIM asked for a refresh of its files.
@@ -83,15 +83,15 @@ void CpbReadyReportCallback(char *line, int32_t length);
 void wakeupin_report_callback(char *line, int32_t length);
 
 /// ^TEMPPRT: a temperature protection event.
-/// Notifies module 9 the event and its parameter.
+/// Sends module 9 the event and its parameter.
 void tempprt_report_callback(char *line, int32_t length);
 
 /// ^FACTORY: the modem asks for the factory settings; not read.
-/// Notifies the maintenance log and module 9.
+/// Writes to the maintenance log and notifies module 9.
 void factory_report_callback(char *line, int32_t length);
 
 /// ^NORSTFACT: the modem asks for the factory settings without a reboot; not read.
-/// Notifies standard output, the maintenance log and module 74.
+/// Writes to standard output and the maintenance log, and notifies module 74.
 void norstfact_report_callback(char *line, int32_t length);
 
 /// ^MMIENTER: not read.
@@ -109,7 +109,7 @@ void net_time_report_callback(char *line, int32_t length);
 void anelvel_report_callback(char *line, int32_t length);
 
 /// ^CERSSI: signal figures in detail. Refuses a negative length.
-/// Notifies module 19 everything and "lpm" the first seven.
+/// Sends module 19 everything and "lpm" the first seven.
 void cerssi_report_callback(char *line, int32_t length);
 
 /// ^CSERSSI: signal figures of the 5G cell. Refuses a length of 0 or less.
@@ -149,7 +149,7 @@ void ltecacell_report_callback(char *line, int32_t length);
 // ---- data_connection.cpp
 
 /// ^DSFLOWRPT: traffic of the data connection.
-/// Notifies module 18 and "lpm"; every tenth call "cms" peak rates and totals, kept from call to call.
+/// Notifies module 18 and "lpm"; every tenth call also sends "cms" peak rates and totals, kept from call to call.
 void dsflow_report_callback(char *line, int32_t length);
 
 /// ^DCONN: a PDP context came up.
@@ -168,26 +168,26 @@ void ndisstat_report_callback(char *line, int32_t length);
 /// Notifies "dialup", nobody for any other state.
 void ndisstatex_report_callback(char *line, int32_t length);
 
-/// ^APDIALUPRPT: parsed for the sake of its errors.
+/// ^APDIALUPRPT: parsed only to trace what is wrong with it.
 /// Notifies nobody.
 void apdialup_report_callback(char *line, int32_t length);
 
 // ---- sms.cpp
 
 /// +CMTI, +CDSI: a message or a status report was stored.
-/// Notifies module 1 memory and index.
+/// Sends module 1 the memory and the index.
 void sms_index_report_callback(char *line, int32_t length);
 
 /// +CMT, +CDS, +CBM: a message, a status report or a cell broadcast itself.
-/// Notifies module 1 length and PDU.
+/// Sends module 1 the length and the PDU.
 void sms_content_report_callback(char *line, int32_t length);
 
 /// ^HCMGSS: a message was sent.
-/// Notifies module 1 its reference.
+/// Sends module 1 its reference.
 void sms_hcmgss_report_callback(char *line, int32_t length);
 
 /// ^HCMGSF: a message could not be sent.
-/// Notifies module 1 the error code.
+/// Sends module 1 the error code.
 void sms_hcmgsf_report_callback(char *line, int32_t length);
 
 /// ^SMMEMFULL: a message memory is full.

@@ -1,5 +1,5 @@
-// The fields of one report, and what handlers do with a field: compare its name, convert or copy its value. A value
-// of none (nullptr) is an empty text everywhere. Main thread only.
+// The fields of one report, and what handlers do with a field: compare its name, convert or copy its value. A missing
+// value (nullptr) counts as an empty text everywhere. Main thread only.
 #ifndef REPORT_FIELDS_H
 #define REPORT_FIELDS_H
 
@@ -62,13 +62,13 @@ private:
     bool owned = false; // a parse succeeded and its list, empty or not, was not released yet
 };
 
-/// A text for a trace: none shows as empty.
+/// A text for a trace: nullptr shows as empty.
 inline const char *shown(const char *text)
 {
     return text != nullptr ? text : "";
 }
 
-/// The linker keeps equal texts once, so that most names are told apart without a look at their bytes.
+/// The linker keeps equal texts only once, so most names match without a comparison of their bytes.
 inline bool is_named(const at_field &field, const char *name)
 {
     const char *const own = shown(field.AtFieldName);
@@ -133,7 +133,7 @@ template <typename Record, typename Value, std::size_t rows>
 Value Record::*member_of(const named_member<Record, Value> (&table)[rows], const at_field &field)
 {
     const auto *row = std::ranges::find(table, field.AtFieldName, &named_member<Record, Value>::name);
-    if (row == table + rows) // its text may stand elsewhere
+    if (row == table + rows) // the same name may stand elsewhere in memory
         row = std::ranges::find_if(table, [&](const auto &each) { return is_named(field, each.name); });
     return row != table + rows ? row->member : nullptr;
 }

@@ -1,4 +1,4 @@
-// The table of unsolicited result codes. Here, and not in a source file, for what is built from it at compile time.
+// The table of unsolicited result codes. In a header, because other tables are built from it at compile time.
 #ifndef REPORT_TABLE_H
 #define REPORT_TABLE_H
 
@@ -21,7 +21,7 @@ inline constexpr std::array<vlk_report_row, VLK_REPORT_ROWS + 1> vlk_report_tabl
 namespace report_table_check
 {
 
-/// The pairs of an earlier and a later row that may have a hidden prefix, because nothing is lost by it.
+/// The pairs of rows of which the earlier may hide the later, because nothing is lost by it.
 constexpr bool may_hide(std::string_view earlier, std::string_view later)
 {
     return (earlier == "RING" && later == "IRING") || (earlier == "^SIMREFRESH" && later == "^SIMREFRESH");

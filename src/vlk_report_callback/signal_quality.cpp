@@ -37,7 +37,7 @@ constexpr sysmode_row SYSMODES[] = {
     {"TD-SCDMA", 5}, {"CDMA-EVDO", 6}, {"NR", 7},  {"NOSERVICE", -1},
 };
 
-/// The code of a radio access technology, or otherwise for a text that is none.
+/// The code of a radio access technology, or `otherwise` for a text that names none.
 int32_t sysmode_code(const char *text, int32_t otherwise)
 {
     for (const sysmode_row &row : SYSMODES) {

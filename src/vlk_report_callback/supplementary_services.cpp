@@ -11,7 +11,7 @@
 namespace
 {
 
-/// Turns the CRs that stand for the network's NULs back, within the value and within the field.
+/// Turns the CRs that stand for the network's NULs into NULs again, within the value and within the field.
 void restore_nuls(vlk_cusd &record)
 {
     const auto value_length = static_cast<std::size_t>(record.cusdStr_length);

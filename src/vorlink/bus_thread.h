@@ -1,4 +1,4 @@
-// What reaches the service beside its queues: bus messages, on a thread of their own, and the synchronous request
+// What reaches the service besides its queues: bus messages, on a thread of their own, and the synchronous request
 // that stops a network scan.
 #ifndef BUS_THREAD_H
 #define BUS_THREAD_H

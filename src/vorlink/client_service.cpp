@@ -85,7 +85,7 @@ int at_process_client_msg(int *retcode)
     if (msg.req_type == ACTIVE_REPORT || msg.req_type == AT_UNANSWERED)
         return result;
 
-    // A request that ended before anything was received still holds its own text there.
+    // A request that ended before anything was received still holds bytes of its command in rsp_len.
     msg.snd_rcv_msg.rsp_len = std::min<uint32_t>(msg.snd_rcv_msg.rsp_len, MAX_ATCMD_REPORT_SIZE);
     const int sent = send_to_msgqueue(g_clientRspQid, &msg, retcode);
     if (sent == -1)

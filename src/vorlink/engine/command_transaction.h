@@ -15,8 +15,8 @@ int write_to_smd(const char *patcmd, int *retcode, uint32_t len);
 /// command could not be written, AT_NONE when no final result came in time.
 int at_send_normal_cmd_msg(at_cmd_msg *msg, int *retcode);
 
-/// Takes the seconds since *start (of VLK_elapse) from the record's time limit; *start is now then. Returns 0, -1 when
-/// they use it up, which leaves the limit as it was.
+/// Subtracts the seconds since *start (a time of VLK_elapse) from the record's time limit and sets *start to now.
+/// Returns 0, or -1 when the limit is used up; it stays as it was then.
 int spend_time(at_cmd_msg &msg, int32_t *start);
 
 #endif

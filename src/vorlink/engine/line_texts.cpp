@@ -1,6 +1,6 @@
-// Two tables, built from the lists of texts at compile time: which two bytes texts begin with, and which texts begin
-// with four bytes. A line is walked once by the first; where it says that a text may begin, the second names the few
-// that are compared.
+// Two tables, built from the lists of texts at compile time: the two bytes with which texts begin, and the texts by
+// their first four bytes. One walk over a line uses the first; where it says that a text may begin, the second names
+// the few texts to compare.
 #include "line_texts.h"
 
 #include <algorithm>
@@ -42,8 +42,8 @@ static_assert(std::ranges::none_of(LIST, [](std::string_view text) { return text
 
 constexpr two_bytes<1> FIRST_TWO(LIST, true);
 
-/// The first place in [at, end) where a text may begin or the line ends, none before end when there is none. Up to
-/// end[3] is read.
+/// The first place in [at, end) where a text may begin or the line ends; end or a place behind it when there is none.
+/// Up to end[3] is read.
 const char *next_place(const char *at, const char *end)
 {
     while (at < end &&

@@ -23,7 +23,7 @@ enum line_state_value : int32_t {
     INSIDE_LINE = 2
 };
 int32_t line_state = INSIDE_LINE; // carries over from chunk to chunk
-bool holds_whole_record = true;   // no more than its text and its length are not zero
+bool holds_whole_record = true;   // only its text and its length can differ from zero
 
 /// Takes a line at once when the first CR of the unread data ends it. Returns 0, or -1 when there is none: nothing is
 /// taken then.

@@ -18,10 +18,10 @@ extern at_sm_stream g_atSmStream;
 /// Empties the stream and zeroes its buffer.
 void at_sm_reset();
 
-/// The same in less time when a whole record was received and handed out: its text is zeroed then, zeros follow it.
+/// The same in less time when a whole record was received and handed out: its text is zeroed by then, zeros follow.
 void at_sm_drop_record();
 
-/// Makes the record received into rcv_buf, of stored bytes, readable; a length above 1499 counts as 1499. Returns the
+/// Makes the record of `stored` bytes in rcv_buf readable; a length above 1499 counts as 1499. Returns the
 /// length.
 uint16_t at_sm_accept_record(int stored);
 

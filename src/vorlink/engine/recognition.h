@@ -25,7 +25,7 @@ int atcmd_match_result(const char *line, int32_t *err_code);
 /// for a null argument. *index receives the report id, or -1; err_code is not used.
 int Is_report_msg(at_cmd_msg *msg, char *line, int32_t len, int32_t *index, int32_t *err_code);
 
-/// Whether the line, of which the texts are known, is an unsolicited report. *row receives its row of the report table,
+/// Whether the line, in which `texts` were found, is an unsolicited report. *row receives its row of the report table,
 /// nullptr for one that has none.
 bool is_report(const at_cmd_msg &msg, const line_texts &texts, const char *line, const vlk_report_row **row);
 

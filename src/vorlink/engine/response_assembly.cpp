@@ -62,7 +62,7 @@ int receive_record(int32_t wait_ms)
     return 0;
 }
 
-/// The questions in their order: the order is the protocol. Nothing is done about the answer yet.
+/// Asks the questions in their fixed order: the order is the protocol. Does nothing about the answer yet.
 line_meaning classify_line(const at_cmd_msg &msg, const char *match, const line_texts &texts)
 {
     line_meaning found{RESPONSE_LINE};

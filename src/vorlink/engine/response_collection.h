@@ -19,8 +19,9 @@ extern uint32_t nas_response_legth;                  ///< its length; above 1500
 /// same, so that the overflow shows at the next line.
 void collection_append(const char *text, uint32_t n);
 
-/// Adds the line, of pos bytes, to the collection as the record wants it: joined, kept apart, raw or not at all; a line
-/// of the expected prefix, or any other line of a response. Returns 0, -1 when the pass over the chunk ends with it.
+/// Adds the line, of pos bytes, to the collection as the record wants it: joined, kept apart, raw or not at all. One is
+/// for a line with the expected prefix, the other for any other response line. Returns 0, -1 when the pass over the
+/// chunk ends with it.
 int collect_expected_line(const at_cmd_msg &msg, uint32_t pos);
 int collect_response_line(at_cmd_msg &msg, uint32_t pos);
 

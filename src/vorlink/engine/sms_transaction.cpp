@@ -32,8 +32,8 @@ int make_work_record(at_cmd_msg &work, const at_cmd_msg &msg)
                : 0;
 }
 
-/// The PDU in the text area behind the first CR: up to and with the first Ctrl-Z that two NULs follow, and one of
-/// these. Empty when the area holds no such Ctrl-Z.
+/// The PDU in the text area behind the first CR: up to and including the first Ctrl-Z that two NULs follow, and
+/// one of those NULs. Empty when the area holds no such Ctrl-Z.
 std::span<const char> pdu_of(const at_cmd_msg &msg, std::size_t start)
 {
     const std::span<const char> area(msg.snd_rcv_msg.cmd);

@@ -1,5 +1,5 @@
-// A quick look whether one of a list of texts may begin somewhere: two of its bytes must be there. Built from the list
-// at compile time.
+// A quick test of whether one of a list of texts may begin at a place: two of its bytes must match there. Built from
+// the list at compile time.
 #ifndef TWO_BYTES_H
 #define TWO_BYTES_H
 
@@ -10,8 +10,8 @@
 #include <span>
 #include <string_view>
 
-/// The first byte of the texts and the one at second_at, which a shorter text leaves open. At most eight texts may
-/// differ in their first byte: each first byte has a bit of its own.
+/// Tests the first byte of the texts and the one at second_at, which may be any for a shorter text. There may be
+/// eight different first bytes at most, NUL included: each has a bit of its own.
 template <std::size_t second_at>
 class two_bytes
 {
@@ -29,7 +29,7 @@ public:
             uint8_t &bits = first[byte_of(text[0])];
             if (bits == 0) {
                 if (bit > UINT8_MAX)
-                    abort(); // which the compiler cannot do: it refuses the list
+                    abort(); // impossible at compile time, so the compiler refuses the list
                 bits = static_cast<uint8_t>(bit);
                 bit <<= 1;
             }
