@@ -1,6 +1,6 @@
-// What a command costs that a client process sends through the real daemon to a modem that answers at once, beside
-// the same through bench/relay, the floor; commands per second, memory, time to start. bench/run calls it and removes
-// what it leaves. Prints lines of a name, a number and its unit.
+// Measures what a client's command through the real daemon costs with a modem that answers at once, and next to it the
+// same through bench/relay, the floor; also commands per second, memory and time to start. bench/run calls it
+// and removes what it leaves. Prints lines of a name, a number and its unit.
 #include <algorithm>
 #include <array>
 #include <chrono>
@@ -44,7 +44,7 @@ PART:
   start     milliseconds until the modem is ready
 )";
 
-constexpr int ROUNDS = 31;                 ///< of each thing, in turns; results are medians over them
+constexpr int ROUNDS = 31;                 ///< of each measurement, in turns; results are their medians
 constexpr int COMMANDS = 2000;             ///< of a single client in a round
 constexpr std::size_t ALL_COMMANDS = 3200; ///< of several clients together in a round
 constexpr int32_t LIMIT_MS = 10'000;
@@ -66,7 +66,7 @@ double microseconds_since(clock_type::time_point start)
     return std::chrono::duration<double, std::micro>(clock_type::now() - start).count();
 }
 
-/// The value that a share of them does not exceed.
+/// The value that this share of the values does not exceed.
 double quantile(std::vector<double> values, double share)
 {
     const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size()));
@@ -181,7 +181,7 @@ child start_modem_on_socket(const std::string &path)
     return modem;
 }
 
-/// Writes the path of its other end to path.
+/// Stores the path of the pty's other end in *path.
 child start_modem_on_pty(std::string *path)
 {
     const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
@@ -291,7 +291,7 @@ void print_round_trip(const std::string &name, const round_trip &result)
            median(result.slowest));
 }
 
-/// The median over the rounds of how many times its floor a round of the daemon took.
+/// The daemon's figure of each round divided by its floor: the median over the rounds.
 double ratio(const std::vector<double> &daemon, const std::vector<double> &floor)
 {
     std::vector<double> ratios;
@@ -335,7 +335,7 @@ void measure_pty(place where)
     print_round_trip("command/pty", result);
 }
 
-/// What that many clients see that start together.
+/// What clients that start together see.
 struct crowd {
     double rate;    ///< commands a second
     double slowest; ///< 99th percentile of a command of any of them, microseconds
@@ -361,7 +361,7 @@ crowd measure_clients(std::size_t clients, const place &where)
             Client client(where);
             client.exchange();
             check(write(arrivals[1], &byte, 1) == 1, "pipe");
-            check(read(gate[0], &byte, 1) == 0, "pipe"); // until it opens
+            check(read(gate[0], &byte, 1) == 0, "pipe"); // until the gate opens
             for (std::size_t k = 0; k < commands; ++k) {
                 const auto start = clock_type::now();
                 client.exchange();
@@ -373,7 +373,7 @@ crowd measure_clients(std::size_t clients, const place &where)
     for (std::size_t i = 0; i < clients; ++i)
         check(read(arrivals[0], &byte, 1) == 1, "pipe");
     const auto start = clock_type::now();
-    close(gate[1]); // opens it
+    close(gate[1]); // opens the gate
     for (child &client : all)
         client.wait_for_success();
     const double seconds = microseconds_since(start) / 1e6;

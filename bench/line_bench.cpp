@@ -1,5 +1,5 @@
 // What a modem line costs: (a) through the core, (b) read from a socket and cut at its line ends, nothing else,
-// (c) the search of the report table alone. Times are CPU time of the thread, a modem line each; bench/run compares
+// (c) the search of the report table alone. Times are the thread's CPU time per modem line; bench/run compares
 // them. The host layer is the real one with nobody listening and traces off: a router that nobody watches.
 #include <algorithm>
 #include <array>
@@ -199,7 +199,7 @@ double through_core(pieces deliveries)
     });
 }
 
-/// The same with an event set to raise: a system call that wakes nobody. Without one the raise is refused at once.
+/// The same with an event set: raising its bit is a system call that wakes nobody. Without a set it is refused.
 double through_core_with_wake(pieces deliveries)
 {
     VLK_event_init(VLK_EVENT_MASK);
@@ -237,7 +237,7 @@ std::size_t count_lines(std::string_view text)
     return lines;
 }
 
-/// The pieces read from a socket and taken. Only that is timed, some pieces at a time.
+/// Reads the pieces from a socket and takes them. Only that is timed, some pieces at a time.
 template <typename Take>
 double from_socket(pieces deliveries, const Take &take)
 {
@@ -297,7 +297,7 @@ const vlk_report_row *core_search(const char *line)
     return look_for_texts(line, strlen(line)).report;
 }
 
-/// No row names them, so that a walk makes all of its 78 searches.
+/// No row names these lines, so a walk makes all of its 78 searches.
 constexpr const char *answer_lines[] = {
     "+CSQ: 20,99",
     "+COPS: 0,0,\"Network operator\",7",
@@ -326,7 +326,7 @@ void add_searches(const std::string &name, std::span<const char *const> kinds)
 
 // ---- All of it
 
-/// Every line of a transcript must do what it stands for: the numbers mean nothing else.
+/// Every line of a transcript must do what it stands for, or the numbers mean nothing.
 void check_lines(std::span<const char *const> kinds, bool has_handler)
 {
     for (const char *line : kinds) {

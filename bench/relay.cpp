@@ -1,6 +1,6 @@
-// The floor of a command's way: takes a record from a client's connection, passes its text to the modem, sends the
-// record back. It knows no events, reports, time limits or errors; nothing that serves clients can do less.
-// Reads VLK_RUNTIME_DIR, an empty folder, and VLK_AT_DEVICE, a Unix stream socket, as the daemon does.
+// The least work that a command needs, the floor: takes a record from a client's connection, passes its text to the
+// modem, sends the record back. It knows no events, reports, time limits or errors; nothing that serves clients can
+// do less. Reads VLK_RUNTIME_DIR, an empty folder, and VLK_AT_DEVICE, a Unix stream socket, as the daemon does.
 #include <array>
 #include <cstdlib>
 #include <cstring>

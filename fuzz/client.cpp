@@ -36,7 +36,7 @@ bool is_answered(const at_cmd_msg &msg)
     return msg.req_type != ACTIVE_REPORT && msg.req_type != AT_UNANSWERED;
 }
 
-/// How long others may have to wait for this request: the two phases of an SMS have the time limit each.
+/// How long others may have to wait for this request: each of the two phases of an SMS has the whole time limit.
 int64_t longest_ms(const at_cmd_msg &msg)
 {
     if (msg.req_type == AT_COMMAND)

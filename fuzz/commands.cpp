@@ -1,5 +1,6 @@
-// The commands socket: clients that connect, send records and what is none, read or do not, and hang up, in any order
-// with a main thread that takes and answers. No threads: what the door calls is called here. Input: steps of a byte.
+// The commands socket: clients that connect, send records and other packets, read or do not, and hang up, in any order
+// with a main thread that takes and answers. No threads: what the door calls is called here. Input: steps of a byte
+// or two.
 #include "host/commands.cpp" // what the door calls
 
 #include <deque>
@@ -20,7 +21,7 @@ constexpr size_t CLIENTS = 6;
 struct client {
     int fd = -1;
     int lane = -1;
-    std::deque<uint32_t> asked;    ///< requests that are not taken yet, 0 for what is none
+    std::deque<uint32_t> asked;    ///< requests that are not taken yet, 0 for a packet that is none
     std::deque<uint32_t> answered; ///< replies that were not read yet
 };
 

@@ -1,5 +1,5 @@
 // The AT proxy's framing, and the AT link around it. Input: options; the modem's bytes; 0xFE stands for silence, 0xFD
-// for another modem, and behind the link 0xFC to 0xF7 for what the daemon and its clients do.
+// for another modem, and for the link 0xFC to 0xF7 for what the daemon and its clients do.
 #include <string>
 #include <vector>
 
@@ -80,7 +80,7 @@ recorder run(std::string_view bytes, uint8_t options, std::size_t longest, uint3
     return sink;
 }
 
-/// What the link may do, whatever the modem says: one answer a command, no message but at a prompt.
+/// What the link may write, whatever the modem says: one line at a time, and no message without its prompt.
 struct port final : at_link_port {
     std::size_t answers = 0, lines = 0, texts = 0, prompts = 0;
     std::size_t written = 0;

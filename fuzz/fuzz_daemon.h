@@ -1,4 +1,4 @@
-// The daemon that fuzzers of the core work with: on the platform in process, as after start-up for every input.
+// The daemon for the fuzzers of the core: on the platform in process, for every input in its state after start-up.
 #ifndef FUZZ_DAEMON_H
 #define FUZZ_DAEMON_H
 
@@ -48,7 +48,7 @@ inline void restart_daemon()
     fake::forget();
 }
 
-/// Takes the modem's deliveries: parts of the input, the first byte of each the seconds since the one before.
+/// Takes the modem's deliveries: parts of the input, whose first byte gives the seconds since the previous part.
 inline void schedule_deliveries(fuzz_input &in)
 {
     int32_t seconds = 0;
@@ -69,7 +69,7 @@ inline void check_stream_order()
     require(stream.p_end <= stream.rcv_buf + NAS_DATA_MAX, "p_end stays in the stream");
 }
 
-/// For when everything that was received has been parsed.
+/// To be called when everything that was received has been parsed.
 inline void check_chunk_consumed()
 {
     check_stream_order();
@@ -87,7 +87,7 @@ inline void check_reply(const at_cmd_msg &request, const at_cmd_msg &reply)
                 request.rep_type == reply.rep_type && request.reserved == reply.reserved &&
                 request.multi_line == reply.multi_line && request.cmd_len == reply.cmd_len,
             "the reply is told by its request's numbers");
-    // A request that ends before a chunk was parsed keeps the client's own bytes there.
+    // A request that ends before a chunk was parsed keeps the client's own bytes in rsp_len.
     const uint32_t length = reply.snd_rcv_msg.rsp_len;
     require(length <= MAX_ATCMD_REPORT_SIZE || length == request.snd_rcv_msg.rsp_len, "the response fits");
 }

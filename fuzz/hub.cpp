@@ -1,6 +1,6 @@
 // The hub's packets, both ends: what services send to the daemon's hub, and what the client library reads from one.
-// No threads: what the door calls is called here. Input: which end; steps of a byte (whom, what), the number of
-// bytes in two, and the bytes: a packet.
+// No threads: what the door calls is called here. Input: which end; then steps: a byte (who, what), two bytes
+// with a length, and a packet of that many bytes.
 #include "host/hub.cpp" // what the door calls
 
 #include <filesystem>

@@ -86,7 +86,7 @@ void run_passes(at_cmd_msg msg, fuzz_input in)
     }
 }
 
-/// Positions behind the line ends in a text that the line scanner begins with.
+/// The positions behind the line ends of a text, as the line scanner finds them when it begins there.
 std::vector<std::size_t> line_ends(std::string_view text)
 {
     std::vector<std::size_t> ends;
@@ -100,8 +100,8 @@ std::vector<std::size_t> line_ends(std::string_view text)
     return ends;
 }
 
-/// A second final result in one delivery is judged anew, as a report too; behind a cut it ends a command. A +CBM
-/// header and a ^HCMGR body want their next line in the same delivery.
+/// A second final result in one delivery is judged anew and may be a report; behind a cut it ends a command. A +CBM
+/// header and a ^HCMGR body need their next line in the same delivery.
 bool depends_on_delivery(const char *line)
 {
     int32_t code = 0;
