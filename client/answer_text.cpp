@@ -47,7 +47,7 @@ at_answer take_answer(vlk_client *client, const at_question &question, const at_
         answer->cut = answer->cut || is_cut;
         return *answer;
     }
-    // The daemon's own answer, or half of one. Who gets nothing at all is a process that the daemon cannot see.
+    // The daemon's own answer, or half an answer. A process that the daemon cannot see gets no text at all.
     at_answer answer = read_answer(question, reply);
     answer.cut = answer.cut || is_cut || (!texts.empty() && code == AT_OK);
     return answer;

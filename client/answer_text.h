@@ -1,5 +1,5 @@
 // The answer to a client's own command as the modem gave it, from the hub: the reply's record has room for 1500 bytes,
-// and none for lines that look like reports. One thread at a time, the client's.
+// and leaves out lines that look like reports. For the client's own thread.
 #ifndef VLK_ANSWER_TEXT_H
 #define VLK_ANSWER_TEXT_H
 
@@ -7,7 +7,7 @@
 #include "vlk_client.h"
 
 /// Makes the client ready to take the answer to this request, which is sent next: drops what came before, and gives the
-/// request an Id that no other of this process has. A vlk_result.
+/// request an Id that no other request of this process has. A vlk_result.
 int begin_answer(vlk_client *client, at_cmd_msg &request);
 
 /// The answer to the request of this reply, once the reply is there.

@@ -32,7 +32,7 @@ constexpr string_view MESSAGES[] = {"+CMGR", "+CMGL", "^HCMGR", "^HCMGL"};
 constexpr string_view ACTION_LISTS[] = {"+CNUM", "+COPN", "+CLCC", "+CEER"};
 /// Set commands that read a list.
 constexpr string_view SET_LISTS[] = {"+CPBR", "+CPBF"};
-/// Reports whose set command asks; the others' switches the report on and off.
+/// Reports whose set command asks a question; for others it switches the report on and off.
 constexpr string_view ASKING_REPORTS[] = {"^NETSCAN", "+CCWA"};
 /// The read command's line begins with the mode, the report's line with the state.
 constexpr string_view REGISTRATIONS[] = {"+CREG", "+CGREG", "+CEREG", "+C5GREG"};
@@ -122,8 +122,8 @@ bool is_a_list(const at_question &question)
     }
 }
 
-/// Adds the text's lines but for empty ones. Multi-line collection runs a line without the prefix and the next one
-/// with it together: a prefix outside quotation marks begins a line.
+/// Adds the text's lines except empty ones. Multi-line collection joins a line without the prefix to the next line with
+/// it, so a prefix outside quotation marks begins a line.
 void add_lines(string_view text, string_view expected, std::vector<string> &lines)
 {
     size_t begin = 0;
@@ -192,7 +192,7 @@ bool is_other_report(const at_question &question, string_view line)
     return !name.empty() && name != question.name && (plain || is_one_of(name, OTHER_REPORTS));
 }
 
-/// Of lines with the command's name those that have the shape of a report, when others have that of the answer.
+/// Drops the lines with the command's name and the shape of a report, when others have the shape of the answer.
 void drop_reports_of_its_name(const at_question &question, std::vector<string> &lines)
 {
     if (question.form != AT_BASIC &&
@@ -204,7 +204,7 @@ void drop_reports_of_its_name(const at_question &question, std::vector<string> &
 
 // ---- What the modem said, as it came
 
-/// A report that the services are told: a line of that kind is no part of an answer that does not expect it.
+/// A report that goes to the services: part of an answer only when the command expects it.
 bool is_known_report(string_view line)
 {
     if (!line.starts_with('+') && !line.starts_with('^'))
@@ -241,11 +241,11 @@ bool is_final_result(string_view line, int32_t code, string_view code_text)
 struct said_line {
     string text;
     bool is_answer;
-    bool is_after_blank; ///< as modems frame what they say; lines of a message's body come without
+    bool is_after_blank; ///< as modems frame what they say; lines of a message's body follow none
 };
 
 /// A report among the lines of the answer: the first one of those that the command switched on (AT+CREG=2), or one that
-/// came while the modem told a message up to its Ctrl-Z.
+/// came while the modem sent a message up to its Ctrl-Z.
 bool is_report_within(const at_question &question, const said_line &line)
 {
     if (question.name == "^HCMGR")
@@ -254,7 +254,7 @@ bool is_report_within(const at_question &question, const said_line &line)
     return question.expected.empty() && is_report(question.name) && name_of_line(line.text) == question.name;
 }
 
-/// The lines of all pieces in their order. A piece may end inside a line, which the next one of its kind goes on with.
+/// The lines of all pieces in their order. A piece may end inside a line, which the next piece of its kind continues.
 std::vector<said_line> lines_said(const std::vector<at_text> &texts)
 {
     std::vector<said_line> lines;
@@ -300,7 +300,7 @@ std::optional<at_answer> read_answer_text(const at_question &question, const std
         });
     for (const said_line &line : said) {
         const bool is_body = in_text && !line.is_answer && !line.is_after_blank;
-        answer.cut = answer.cut || is_body; // it looks like a report, and services were told it
+        answer.cut = answer.cut || is_body; // it looks like a report, so it went to the services
         if (line.is_answer ? !is_report_within(question, line) : may_answer(question, line.text))
             answer.lines.push_back(line.text);
     }

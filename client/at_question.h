@@ -1,15 +1,15 @@
 // How to ask the daemon a command so that its answer comes back as a terminal would show it, and how to read that
 // answer. Pure: no daemon is needed. Any thread.
 //
-// The answer is in what the hub tells of it (read_answer_text): everything is there, or the daemon says that it is not.
-// The reply's record is what the daemon's collection makes of it, and enough for short answers: raw collection shows by
-// the missing final result that 1499 bytes were not enough; of expected lines nobody can tell that from the record.
+// The hub hands out the whole answer (read_answer_text), or says that lines are missing. The reply's record holds what
+// the daemon collected of it, enough for short answers: a raw answer without its final result did not fit into 1499
+// bytes; whether expected lines are missing cannot be seen in the record.
 //
 // The daemon takes modem text apart line by line. A line that contains the expected prefix is the command's; a line
-// that begins like a report and contains the name of a known one anywhere is told to the services; the rest is response
+// that begins like a report and contains the name of a known one anywhere goes to the services; the rest is response
 // text. Raw collection keeps response text line by line, up to 1499 bytes; multi-line collection keeps expected lines
-// line by line, even those that look like reports, runs other lines together, and forgets what it has when there is
-// too much of it.
+// line by line, even those that look like reports, runs other lines together, and drops what it has collected when that
+// gets too long.
 #ifndef VLK_AT_QUESTION_H
 #define VLK_AT_QUESTION_H
 
@@ -39,7 +39,7 @@ struct at_question {
 /// Works out how to ask one command, which begins with AT in any case.
 at_question question_of(std::string_view command);
 
-/// Seconds that the modem is given for it: a network list takes minutes, whatever the user thinks.
+/// Seconds that the modem is given for the question: a network list takes minutes, even if timeout is shorter.
 int32_t seconds_for(const at_question &question, int32_t timeout);
 
 /// The commands of one command line, each beginning with AT, divided at every ; outside quotation marks and behind
@@ -55,8 +55,8 @@ struct at_answer {
     bool ended_by_text = false; // a line of a message that begins like a final result ended the answer
 };
 
-/// Reads the reply to a question that was asked as question_of says (expected empty: raw). A raw answer that is cut
-/// says so; of expected lines nobody can tell from the record alone.
+/// Reads the reply to a question that was asked as question_of says (expected empty: raw). Only a raw answer can be
+/// marked as cut; for expected lines the record alone does not show it.
 at_answer read_answer(const at_question &question, const at_cmd_msg &reply);
 
 /// What the modem said while the command ran, piece by piece as the hub hands it out.
@@ -65,7 +65,7 @@ struct at_text {
     bool is_answer;
 };
 
-/// Reads an answer from that: nothing is missing but what the daemon said that it dropped (cut). code: the reply's.
+/// Reads an answer from these pieces: only what the daemon said that it dropped is missing (cut). code: the reply's.
 /// Nothing when its final result is not there: the modem has not answered.
 std::optional<at_answer> read_answer_text(const at_question &question, const std::vector<at_text> &texts,
                                           int32_t code);

@@ -1,4 +1,4 @@
-// vlkctl at: a command line, asked as its commands want to be asked.
+// vlkctl at: a command line, each of its commands asked in the way that suits it.
 #include <algorithm>
 #include <optional>
 #include <string>
@@ -42,7 +42,7 @@ ordered_json json_of(const string &command, const vlk_answer &answer, const vect
             {"cut", answer.cut != 0}};
 }
 
-/// Refuses what cannot be sent before anything is. A vlk_result.
+/// Refuses a line with a command that cannot be sent, before anything is sent. A vlk_result.
 int check_commands(const string &line, int32_t timeout)
 {
     at_cmd_msg record;
@@ -52,7 +52,7 @@ int check_commands(const string &line, int32_t timeout)
     return VLK_OK;
 }
 
-/// Seconds that all commands of the line certainly need no more than; a long list may take a request for each entry.
+/// Seconds that are surely enough for all commands of the line; a long list may take a request for each entry.
 double usual_wait(const string &line, int32_t timeout)
 {
     constexpr double PIECES = 20;

@@ -48,7 +48,7 @@ int run_rssi(const common_options &common);
 int run_signal(const common_options &common, const signal_options &options);
 int run_network(const common_options &common);
 int run_sim(const common_options &common);
-/// Reads the PIN from standard input and tries it once; at the last try only when told so.
+/// Reads the PIN from standard input and tries it once; with one try left only when last_try is set.
 int run_sim_unlock(const common_options &common, bool last_try);
 int run_modem(const common_options &common);
 /// vendor: AT^NETSCAN in place of AT+COPS=?.

@@ -22,7 +22,7 @@ namespace
 {
 constexpr string_view FOLDER_NAME = "vlk";
 
-/// "/run/vlk-NAME" is the modem NAME's.
+/// NAME for "/run/vlk-NAME".
 string modem_of(const string &path)
 {
     const string_view name = string_view(path).substr(path.find_last_of('/') + 1);
@@ -50,7 +50,7 @@ void add_folders_below(const string &parent, vector<daemon_folder> &folders)
 
 struct listed_daemon {
     daemon_folder folder;
-    int result; // of the look at it
+    int result; // of asking for its status
     vlk_status status;
 };
 

@@ -14,7 +14,7 @@ struct family {
     const char *metric;
     const char *type;
     const char *help;
-    const char *name;  ///< in the status; with a dot at its end: every name that begins so
+    const char *name;  ///< in the status; with a dot at its end: every name that begins with it
     const char *label; ///< what the rest of such a name is, or nullptr
     double unit;       ///< the status's unit in the metric's
 };
@@ -42,7 +42,7 @@ constexpr family families[] = {
     {"vorlink_reports_total", "counter", "Reports of the modem, by their prefix.", "reports.", "prefix", 1},
 };
 
-/// Names beside the outcomes that begin with "commands.".
+/// Whether the name behind "commands." is that of an outcome.
 bool is_outcome(const std::string &name)
 {
     for (const char *other : {"all", "sum_ms", "mean_ms", "slowest_ms", "withdrawn"})

@@ -85,7 +85,7 @@ bool print_packet(const listener &self, const vlk_packet &packet)
     if (!self.common.json && packet.missed > 0 &&
         !print_line(now + ' ' + std::to_string(packet.missed) + " missed"))
         return false;
-    // The packet's data lives until the next call with its hub, which looking is not.
+    // Looking uses another connection, so the packet's data stays valid.
     if (self.options.look && asks_to_look(packet))
         if (const string state = look_at_registration(self.common); !state.empty())
             meaning["meaning"] = state;
@@ -101,7 +101,7 @@ bool print_packet(const listener &self, const vlk_packet &packet)
     return print_line(line);
 }
 
-/// Until the daemon, the time or the count ends it. A vlk_result; VLK_TIMEOUT: --seconds are over.
+/// Prints packets until the daemon, the time or the count ends it. A vlk_result; VLK_TIMEOUT: --seconds are over.
 int listen(listener &self, vlk_hub *hub)
 {
     while (!self.options.count || self.printed < *self.options.count) {
@@ -118,7 +118,7 @@ int listen(listener &self, vlk_hub *hub)
     return VLK_OK;
 }
 
-/// Tells about the gap and waits for the next daemon. VLK_OK when there is one, VLK_TIMEOUT when --seconds are over.
+/// Reports the gap and waits for the next daemon. VLK_OK when there is one, VLK_TIMEOUT when --seconds are over.
 int wait_for_daemon(const listener &self, hub_handle &hub)
 {
     print_error(string(vlk_last_error()) + "; waiting for the next one");

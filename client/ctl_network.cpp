@@ -21,8 +21,8 @@ struct domain {
 
 using domains = std::array<domain, 4>;
 
-/// The registration that tells most: the first of 5G, LTE, packet and circuit-switched that is one, else the first
-/// that the modem tells at all.
+/// The most telling registration: the first of 5G, LTE, packet and circuit-switched where the modem is
+/// registered, else the first that it reports at all.
 const registration &main_registration(const domains &all)
 {
     const registration *told = &all.back().state;

@@ -95,7 +95,7 @@ size_t shown_character(string_view text)
     return valid && !obeyed ? size : 0;
 }
 
-/// How a command ends that failed with this vlk_result.
+/// The exit code of a command that failed with this vlk_result.
 ctl_exit exit_code_of(int result)
 {
     switch (result) {

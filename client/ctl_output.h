@@ -49,15 +49,15 @@ bool print_json(const nlohmann::ordered_json &object);
 nlohmann::ordered_json text_or_null(const std::string &text);
 nlohmann::ordered_json number_or_null(std::optional<int> number);
 
-/// Tells about a call of the library that failed (vlk_last_error) and returns how the command ends. In JSON, standard
-/// output gets the object with the member "error" added as well.
+/// Reports a call of the library that failed (vlk_last_error) and returns the exit code. In JSON, standard output also
+/// gets the object, with the member "error" added.
 int report_failure(int result, bool json, nlohmann::ordered_json object = {});
 
 /// Takes the place of report_failure where no library call failed.
 int report_refusal(ctl_exit code, const std::string &text, bool json);
 
 /// How a command ended and what a person should be told about it, which may be nothing. final_line: the final result
-/// with its cause; empty: whether there was response text.
+/// with its cause; empty: whether there was no response text.
 struct outcome {
     ctl_exit code;
     std::string text;
@@ -67,8 +67,8 @@ outcome outcome_of(int32_t ret_val, const std::string &final_line, bool empty, u
 /// What a person should be told about an answer that is not whole (vlk_cut).
 const char *cut_text(int cut);
 
-/// Prints a reply, the response on standard output and a final result that is not just OK behind a response on
-/// standard error, and returns how the command ends. what: how the JSON object names the request.
+/// Prints a reply: the response on standard output, and on standard error the final result, unless it is just OK behind
+/// a response. Returns the exit code. what: how the JSON object names the request.
 int report_reply(const at_cmd_msg &reply, uint32_t modem, std::string_view what, bool json);
 
 #endif

@@ -111,14 +111,14 @@ private:
     client_handle client{nullptr, vlk_close};
     hub_handle hub{nullptr, vlk_hub_close};
     clock_type::time_point hub_retry{};
-    bool started = false; // the request of the line has been looked at
+    bool started = false; // the line's request has its time limit
     bool sent = false;
     at_cmd_msg record{};
     at_question question;
     clock_type::time_point deadline{};
 };
 
-/// Until a program opens the port there is nothing to do but reports, which then nobody reads.
+/// Looks whether programs have come or gone, and drops what was meant for one that has gone.
 port_change port::look_at_programs()
 {
     const port_change change = pty.look();
@@ -126,7 +126,7 @@ port_change port::look_at_programs()
         return change;
     pending.clear();
     if (change == port_change::CLOSED)
-        return change; // what was asked for is done, as long as nobody else comes
+        return change; // what was asked for is still done, unless another program comes
     if (started)
         client.reset(); // withdraws it
     started = sent = false;
@@ -199,7 +199,7 @@ std::optional<port_reply> port::answer_come()
         client.reset(opened);
     }
     if (!sent) {
-        if (request.line == "AT") // needs no answer of the modem's, but a modem
+        if (request.line == "AT") // needs a modem, but no answer from it
             return vlk_client_modem(client.get()) == VLK_MODEM_READY ? port_reply{{}, "OK"} : busy;
         if (fill(record, request, question) != VLK_OK)
             return failed;
@@ -230,7 +230,7 @@ std::optional<port_reply> port::answer_come()
     return port_reply{answer.lines, is_done ? "OK" : answer.final_result};
 }
 
-/// The whole of an answer that one record may not hold; the port waits for it. None when there is no way to get it.
+/// An answer that came cut, asked for again in pieces; the port waits meanwhile. None when it cannot be had whole.
 std::optional<port_reply> port::ask_in_pieces()
 {
     port_reply whole;

@@ -8,8 +8,8 @@
 
 #include "ctl_commands.h"
 
-/// Adds the subcommand. When it was given, `chosen` serves until a signal ends it and returns the exit code. The
-/// references must outlive both.
+/// Adds the subcommand. When it was given, `chosen` serves until a signal ends it and returns the exit code. Everything
+/// referred to must live until then.
 void add_port(CLI::App &app, const common_options &common, std::function<int()> &chosen);
 
 #endif

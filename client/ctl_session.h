@@ -33,7 +33,7 @@ public:
     /// A vlk_result. Waits for a modem that is not ready as long as the limits say.
     int open(const common_options &common, const request_options &limits = {});
     modem_answer ask(const std::string &command, int32_t timeout = 10);
-    /// The same, but Ctrl-C ends the wait (catch_interrupts has been called): the command is withdrawn, the result is
+    /// The same, but Ctrl-C ends the wait (call catch_interrupts before): the command is withdrawn, the result is
     /// VLK_TIMEOUT. look is called a few times a second.
     modem_answer ask_until_interrupt(
         const std::string &command, int32_t timeout, const std::function<void()> &look = [] {});

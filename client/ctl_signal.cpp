@@ -1,4 +1,4 @@
-// vlkctl signal: reception now, and as the daemon's notifications tell it.
+// vlkctl signal: reception now, and as the daemon's notifications report it.
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -95,7 +95,7 @@ string text_of(const signal_reading &reading)
     return text;
 }
 
-/// Whatever the modem offers, the one that tells most first.
+/// Asks with each command that the modem may offer, the most telling one first.
 signal_reading ask_signal(ctl_session &session)
 {
     signal_reading reading = signal_of_hcsq(session.line_of("AT^HCSQ?"));

@@ -19,7 +19,7 @@ constexpr size_t SHORTEST_PIN = 4;
 constexpr size_t LONGEST_PIN = 8;
 constexpr int32_t UNLOCK_SECONDS = 30;
 
-/// The standard's question first, then the vendor's. None: the modem does not tell.
+/// The standard's question first, then the vendor's. None: the modem does not say.
 optional<int> tries_left(ctl_session &session)
 {
     for (const char *command : {"AT+CPINR=\"SIM PIN\"", "AT^CPIN?"}) {

@@ -1,4 +1,4 @@
-// vlkctl status: what the daemon tells of itself, in words, as JSON, once or again and again.
+// vlkctl status: what the daemon says about itself, in words, as JSON, once or again and again.
 #include "ctl_status.h"
 
 #include <array>
@@ -39,7 +39,7 @@ string duration_text(const string &seconds_text)
     return seconds >= 60 ? two(seconds / 60, " min", seconds % 60, " s") : std::to_string(seconds) + " s";
 }
 
-/// "ok 12, timeout 3" of the names that begin so and are not 0; names of sums and times are left out.
+/// "ok 12, timeout 3" from the names with this beginning that are not 0; sums and times are left out.
 string counts_text(const status_values &all, const string &beginning)
 {
     string text;
@@ -162,8 +162,8 @@ told ask(const vlk_place &place)
     return answer;
 }
 
-/// Looks again and again, since neither the daemon nor its files may be there yet, until the modem is ready or the
-/// time is up. The last look's result.
+/// Asks again and again, since the daemon and its files may not be there yet, until the modem is ready or the time is
+/// up. The last answer.
 told ask_until_ready(const vlk_place &place, double seconds)
 {
     using clock = std::chrono::steady_clock;

@@ -1,4 +1,4 @@
-// What the daemon tells of itself.
+// What the daemon says about itself.
 #ifndef VLK_CTL_STATUS_H
 #define VLK_CTL_STATUS_H
 
@@ -16,7 +16,7 @@ status_values status_values_of(const std::string &text);
 
 int run_status(const common_options &common, std::optional<double> wait_ready);
 
-/// Shows the status again every second, until Ctrl-C; on a terminal in place of the one before.
+/// Shows the status again every second, until Ctrl-C; on a terminal in place of the previous one.
 int watch_status(const common_options &common);
 
 #endif

@@ -24,7 +24,7 @@ void note_interrupt(int)
     g_interrupted = 1;
 }
 
-/// Without buffering: what follows the line stays for whoever reads next.
+/// Without buffering: what follows the line stays for the next reader.
 optional<string> read_unbuffered()
 {
     string line;
@@ -53,7 +53,7 @@ void show_prompt(const char *prompt)
     std::fflush(stderr);
 }
 
-/// Switches the echo of standard input's terminal off for as long as it lives.
+/// While it lives, the terminal of standard input does not echo.
 class hidden_input
 {
 public:

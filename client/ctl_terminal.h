@@ -14,15 +14,15 @@ void keep_standard_streams();
 std::optional<std::string> read_line(const char *prompt);
 std::optional<std::string> read_secret(const char *prompt);
 
-/// From here on the first Ctrl-C or SIGTERM only says so: interrupted() is true then, and sleeps of the system end. A
-/// second one ends the program.
+/// From here on the first Ctrl-C or SIGTERM only makes interrupted() true and ends system calls that wait. A second one
+/// ends the program.
 void catch_interrupts();
 bool interrupted();
 
 /// Sleeps until the descriptor is readable, the time is up or an interrupt comes. True: readable.
 bool wait_readable(int descriptor, int milliseconds);
 
-/// Columns of the terminal behind standard output, 80 when nobody knows.
+/// Columns of the terminal behind standard output, 80 when unknown.
 int terminal_width();
 
 #endif

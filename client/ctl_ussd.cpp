@@ -81,7 +81,7 @@ public:
         return report_refusal(end.code, end.text, common_.json);
     }
 
-    /// On a connection of its own, which does not wait for what was asked before.
+    /// Uses a connection of its own, which does not wait for what was asked before.
     void end_session()
     {
         ctl_session last;

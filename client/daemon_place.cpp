@@ -86,7 +86,7 @@ int connect_socket(const char *path)
     return -1;
 }
 
-/// A daemon lives there, or somebody keeps us from looking. A folder that a dead one left does not count.
+/// A daemon lives there, or we are not allowed to look. A folder that a dead daemon left does not count.
 bool may_have_daemon(const std::string &folder)
 {
     const int fd = connect_socket((folder + "/" + HOST_HUB_NAME).c_str());
@@ -97,7 +97,7 @@ bool may_have_daemon(const std::string &folder)
 }
 
 /// The folders of daemons when nobody says which: the user's own, root's, and those of the system's instances. When no
-/// daemon lives, the folders that are there.
+/// daemon lives, all folders that are there.
 std::vector<std::string> folders_of_daemons()
 {
     std::vector<std::string> folders;
@@ -119,7 +119,7 @@ std::vector<std::string> folders_of_daemons()
     return folders;
 }
 
-/// Finds the folder of the one daemon there is. Without any the default is named as the one that is missing.
+/// Finds the folder of the one daemon there is. Without any it is the default, which errors then name as missing.
 int find_only_folder(host_paths *paths)
 {
     const std::vector<std::string> folders = folders_of_daemons();

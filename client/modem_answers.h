@@ -17,9 +17,9 @@ std::optional<int> number_in(std::string_view value);
 
 // ---- Signal
 
-/// What the modem told; none: unknown. rssi, rscp and rsrp are dBm, the others dB.
+/// What the modem reported; none: unknown. rssi, rscp and rsrp are dBm, the others dB.
 struct signal_reading {
-    std::string technology; // "GSM", "WCDMA", "LTE", "5G", ...; empty: not told
+    std::string technology; // "GSM", "WCDMA", "LTE", "5G", ...; empty: unknown
     std::optional<double> rssi;
     std::optional<double> rscp;
     std::optional<double> ecio;
@@ -32,7 +32,7 @@ struct signal_reading {
 
 inline constexpr int BARS = 4;
 
-/// The value that tells most about reception, in dBm: RSRP, else RSCP, else RSSI.
+/// The value that says most about reception, in dBm: RSRP, else RSCP, else RSSI.
 std::optional<double> strength_of(const signal_reading &reading);
 /// 0 to BARS.
 int bars_of(const signal_reading &reading);
@@ -47,12 +47,12 @@ signal_reading signal_of_hcsq(int sysmode, const std::vector<int> &values);
 
 struct registration {
     std::optional<int> state;
-    std::string area; // LAC or TAC, hexadecimal; empty: not told
+    std::string area; // LAC or TAC, hexadecimal; empty: unknown
     std::string cell;
     std::optional<int> technology; // AcT
 };
 
-/// Of the answer to AT+CREG?, AT+CGREG?, AT+CEREG? or AT+C5GREG?: mode first.
+/// From the answer to AT+CREG?, AT+CGREG?, AT+CEREG? or AT+C5GREG?, which begins with the mode.
 registration registration_of(std::string_view line);
 const char *registration_text(std::optional<int> state); // "registered, home network"
 bool is_registered(std::optional<int> state);
@@ -79,9 +79,9 @@ const char *network_state_text(std::optional<int> state);      // "available", "
 
 // ---- SIM
 
-/// In words what AT+CPIN? told ("+CPIN: SIM PIN") or the error that came instead ("+CME ERROR: 10").
+/// In words, the answer to AT+CPIN? ("+CPIN: SIM PIN") or the error that came instead ("+CME ERROR: 10").
 std::string sim_state_text(std::string_view line);
-/// Tries left for what the SIM asks for now: of "+CPINR: SIM PIN,3,3" or "^CPIN: SIM PIN,3,10,3,10,3".
+/// Tries left for what the SIM asks for now, from "+CPINR: SIM PIN,3,3" or "^CPIN: SIM PIN,3,10,3,10,3".
 std::optional<int> tries_of(std::string_view line);
 /// The digits of an ICCID or IMSI in a line with or without a prefix; empty: none.
 std::string digits_of(std::string_view line);

@@ -1,6 +1,6 @@
 // What the daemon's notifications and bus messages are called, which reports of the modem they come from and how
 // their data is laid out, as tables: one line a field, one line a packet. Sizes, offsets and kinds are those of
-// vlk_reports.h; docs/reports.md tells what they mean.
+// vlk_reports.h; docs/reports.md explains what they mean.
 #ifndef VLK_PACKET_LAYOUTS_H
 #define VLK_PACKET_LAYOUTS_H
 
@@ -46,7 +46,7 @@ struct record_layout {
 
 inline constexpr int64_t ANY_ID = -1;
 
-/// A packet is of a row when target and number are the row's; size and first word say whether its data is.
+/// A packet belongs to the row with its target and number; size and first word say whether its data has that layout.
 struct packet_layout {
     int32_t module;               // 0: a bus message
     std::string_view destination; // of a bus message

@@ -12,7 +12,7 @@
 #include "vlk_client.h"
 #include "vlk_reports.h"
 
-/// The record that the event carries; none when it is another event, or its record another one.
+/// The record that the event carries; none when the event or the size of its record differs.
 template <typename record>
 std::optional<record> record_of(const vlk_packet &packet, int32_t module, uint32_t code)
 {
@@ -24,7 +24,7 @@ std::optional<record> record_of(const vlk_packet &packet, int32_t module, uint32
     return told;
 }
 
-/// Takes what a notification of the radio module tells about the signal into the reading. False: it tells nothing.
+/// Adds what a notification of the radio module says about the signal to the reading. False: it says nothing.
 bool take_signal(const vlk_packet &packet, signal_reading &reading);
 
 /// True for the notification after every registration report, which says only that something changed.

@@ -66,7 +66,7 @@ ordered_json value_of(const field_layout &field, string_view content)
 
 struct recognition {
     const packet_layout *row = nullptr; // of the packet's target and number
-    bool readable = false;              // the data is the row's, too
+    bool readable = false;              // the data has the row's layout, too
 };
 
 recognition recognise(const vlk_packet &packet, string_view content)

@@ -87,7 +87,7 @@ size_t extended_length(string_view text)
     return text.size();
 }
 
-/// Bytes of the first command of a line, which begins with no blank. Never 0.
+/// Bytes of the first command of a line, which does not begin with a blank. Never 0.
 size_t command_length(string_view text)
 {
     const char first = upper(text[0]);
@@ -113,7 +113,7 @@ std::pair<string, string_view> name_and_rest(string_view command)
     return {upper_text(command.substr(0, end)), trimmed(command.substr(end))};
 }
 
-/// A memory's name in quotation marks, as a report tells it.
+/// A memory's name in quotation marks, as a report gives it.
 bool is_memory(string_view text)
 {
     return text.size() > 2 && text.front() == '"' && text.back() == '"' &&
@@ -233,7 +233,7 @@ void port_line::run_line()
     next_command();
 }
 
-/// Serves commands until one has to be asked, all are done or one fails.
+/// Serves commands until the modem has to be asked, all are done or one fails.
 void port_line::next_command()
 {
     for (;;) {
@@ -248,7 +248,7 @@ void port_line::next_command()
     }
 }
 
-/// True: done, the next command may come. False: it is asked, or ended the line.
+/// True: done, the next command may come. False: the modem is asked, or the line has ended.
 bool port_line::serve(const string &command)
 {
     const char first = upper(command[0]);
@@ -319,7 +319,7 @@ bool port_line::serve_extended(const string &command)
     const bool is_test = known.ends_with("=?");
     const auto [name, tail] = name_and_rest(command);
     if (name == "+CMGC" && !is_test && in_text_mode())
-        return end(NOT_ALLOWED); // its text is no text, but data of a command
+        return end(NOT_ALLOWED); // what would be typed is no text, but data of a command
     const bool is_plain_store = name == "+CMGW" && tail.empty() && in_text_mode();
     if (is_plain_store || (!is_test && std::ranges::any_of(PROMPTING, [&](string_view head) {
             return known.starts_with(head);
@@ -399,7 +399,7 @@ bool port_line::serve_reading(const string &command, const string &name, string_
     return false;
 }
 
-/// A new text for one of the commands that take one. What follows it on the line is dropped, as modems do.
+/// Prompts for the text of a command that takes one. What follows the command on its line is dropped, as modems do.
 bool port_line::prompt_for(const string &command)
 {
     const bool takes_number = in_text_mode() && upper_text(command).starts_with("+CMG");
@@ -509,7 +509,7 @@ void port_line::show_answer(const port_request &request, const std::vector<strin
     }
 }
 
-/// Raises what the modem tells when that is less than this program wants to hear.
+/// Raises what the modem reports when that is less than this program wants.
 void port_line::look_at(const port_reply &answer)
 {
     const auto line_of =
@@ -522,7 +522,7 @@ void port_line::look_at(const port_reply &answer)
     ask(purpose::RAISE, string("AT") + setting->name + "=" + more);
 }
 
-/// A fetched message in the form of a delivery: "+CMT: ,24" and its PDU. One that is gone was somebody else's.
+/// A fetched message in the form of a delivery: "+CMT: ,24" and its PDU. One that is gone was taken by another program.
 void port_line::show_message(const port_reply &answer)
 {
     if (answer.final_result != "OK" || answer.lines.size() < 2)

@@ -2,8 +2,9 @@
 // or output, no clock; one thread. Bytes and replies go in; bytes for the program and requests to the modem come out.
 //
 // Echo, basic commands and S registers are the port's own; a data call cannot be shared and finds no carrier; settings
-// that programs would change for each other are kept apart (port_settings). Everything else is asked, one command at
-// a time: a line is divided at each ; outside quotation marks and ends at the first error with one final result.
+// that programs would change for each other are kept apart (port_settings). The modem is asked everything else, one
+// command at a time: a line is divided at each ; outside quotation marks and ends at the first error with one final
+// result.
 #ifndef VLK_PORT_LINE_H
 #define VLK_PORT_LINE_H
 
@@ -34,7 +35,7 @@ public:
     /// shows_reports: whether the program gets the modem's unsolicited lines.
     explicit port_line(bool shows_reports) : reports_wanted(shows_reports) {}
 
-    /// Another program opens the port: everything of the one before is forgotten, a request under way included.
+    /// Another program opens the port: everything of the previous one is forgotten, a request under way included.
     void open();
 
     /// Bytes from the program, of which at most INPUT_MAX wait while a command runs: the caller reads no more then.

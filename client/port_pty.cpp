@@ -55,7 +55,7 @@ void close_if_open(int &fd)
     fd = -1;
 }
 
-/// Whether it echoed what came from the port.
+/// Makes the terminal raw. Whether it echoed before what came from the port.
 bool set_raw(int terminal)
 {
     termios settings{};
@@ -71,7 +71,7 @@ bool set_raw(int terminal)
 }
 
 /// Reads what was written to the terminal and not read. The kernel may still be on its way with some of it: a mark
-/// behind it tells that all has come.
+/// behind it shows that all has come.
 void drain(int master, int terminal)
 {
     const char mark = 0;
@@ -150,7 +150,7 @@ string port_pty::make_terminal()
     return make_link();
 }
 
-/// In one step: whoever opens the link meanwhile finds the old terminal or the new one.
+/// In one step: a program that opens the link meanwhile finds the old terminal or the new one.
 string port_pty::make_link()
 {
     const string draft = place.link + ".new";
@@ -166,7 +166,8 @@ string port_pty::make_link()
     return {};
 }
 
-/// For the next program, while none has it open. False when the last one locked it for itself (TIOCEXCL).
+/// Makes the terminal ready for the next program, while none has it open. False when the last one locked it for itself
+/// (TIOCEXCL).
 bool port_pty::prepare()
 {
     const int terminal = ::open(path.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
@@ -175,11 +176,11 @@ bool port_pty::prepare()
     ioctl(terminal, TIOCNXCL);
     const bool echoed = set_raw(terminal);
     drain(master, terminal);
-    // a user who may not give the terminal to the group keeps it to their own
+    // the terminal stays with the user's own group when the user may not give it to place.group
     [[maybe_unused]] const int given = fchown(terminal, static_cast<uid_t>(-1), place.group);
     const bool set_up = fchmod(terminal, place.mode) == 0;
     close(terminal);
-    if (echoed && hung_up()) // to the port, as if it had been typed
+    if (echoed && hung_up()) // what it echoed reached the port as if typed
         tcflush(master, TCIFLUSH);
     take_events();
     return set_up;
@@ -191,8 +192,8 @@ bool port_pty::hung_up() const
     return poll(&state, 1, 0) == 1 && (state.revents & POLLHUP) != 0;
 }
 
-/// Nobody has it open, and all that was written is read. Looked at twice: the kernel looks for bytes first, and a
-/// program may write and close between.
+/// Nobody has it open, and all that was written is read. Checked twice: the kernel looks for bytes first, and a
+/// program may write and close in between.
 bool port_pty::abandoned() const
 {
     for (int times = 0; times < 2; times++) {
@@ -239,14 +240,14 @@ port_change port_pty::look()
     if (open_now && !reopened)
         return port_change::NONE;
     if (open_now) {
-        set_raw(master); // too late for a program that was quick to set its own, which waits longer then
+        set_raw(master); // a program that was quick loses its own settings and may then wait longer
         return port_change::REOPENED;
     }
     holders = 0;
-    // a lock may be of the next program already
+    // the lock may already be the next program's
     if (!prepare() && abandoned() && !make_terminal().empty())
         return port_change::CLOSED; // no terminals left: tried again after the next program
-    left = false;                   // that was prepare()
+    left = false;                   // prepare() itself opened and closed it
     open_now = !abandoned();
     return open_now ? reopened ? port_change::REOPENED : port_change::FOLLOWED : port_change::CLOSED;
 }

@@ -17,8 +17,8 @@ enum class port_change {
     NONE,
     OPENED,   ///< a program has opened the terminal, which nobody had open
     CLOSED,   ///< the last program has closed it
-    REOPENED, ///< both, the closing first: what was read since the look before may be of either
-    FOLLOWED, ///< both, and what was read since the look before is of the one that has gone
+    REOPENED, ///< both, the closing first: what was read since the last look() may be from either
+    FOLLOWED, ///< both, and what was read since the last look() is from the one that has gone
 };
 
 class port_pty
@@ -38,11 +38,11 @@ public:
     /// Looks whether programs have come or gone; call it when watch() is readable, and after each read()
     /// of the terminal before its bytes are used. A program has gone when all that it wrote has been read. Between
     /// two programs the terminal gets its raw mode back, loses what nobody read and a lock (TIOCEXCL) left behind.
-    /// It may become another terminal then.
+    /// A new terminal may then take its place.
     port_change look();
 
     bool is_open() const { return open_now; }
-    bool hung_up() const;                   ///< what the programs wrote last may still be there
+    bool hung_up() const;                   ///< nobody has it open; what was written last may still be unread
     int terminal() const { return master; } ///< non-blocking, for poll() while is_open()
     int watch() const { return events; }    ///< for poll() at any time
     const std::string &device() const { return path; }
@@ -66,7 +66,7 @@ private:
     int events = -1;
     int claimed = -1; ///< a socket whose name says that the link is served
     bool open_now = false;
-    int holders = 0;   ///< how often it is open, as far as the kernel tells: it joins like events in a row
+    int holders = 0;   ///< how often it is open, as far as is known: the kernel merges equal events in a row
     bool left = false; ///< closed as often as opened; an opening now is the next program's
     bool linked = false;
 };

@@ -14,7 +14,7 @@ namespace
 // +CMEE   the daemon needs numbers from the modem; each program gets the form that it asked for.
 // +CMGF, +CSDH, +CSMP: the port translates (port_text_mode). A modem in text mode would take the length of another
 //         program's PDU for a phone number.
-// +CSMS   its phase 2+ wants every message acknowledged by whoever set it; the modem stays in the other.
+// +CSMS   phase 2+ wants every message acknowledged by the program that set it; the modem stays without it.
 // +CNMI   one program must not silence another. The modem stores and announces; so nobody's message is taken away.
 // +CREG and its like, +CLIP, +CRC, +COLP, +CCWA, +CSSN, +CTZR, +CGEREP, +CMER, +CUSD: reports. More of them disturb
 //         nobody who does not see them; fewer would silence others, the daemon's own services among them.
@@ -167,7 +167,7 @@ bool is_registration(string_view name)
     return name.ends_with("REG");
 }
 
-/// What the modem is asked for new messages: to keep and announce them, whatever the program wants done.
+/// What the modem is asked to do with new messages: keep and announce them, whatever the program wants done.
 std::vector<string> wanted_of(const port_setting &setting, string_view wanted)
 {
     std::vector<string> values = split_values(wanted);

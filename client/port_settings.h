@@ -9,7 +9,7 @@
 
 enum class port_sharing {
     OWN,      ///< kept and answered by the port; the modem never hears of it
-    RAISED,   ///< the modem tells what any program wants to hear; the port hides what its own did not ask for
+    RAISED,   ///< the modem reports what any program wants; the port hides what its own did not ask for
     IN_FRONT, ///< kept, and set again in front of each command that depends on it, on the same line
 };
 
@@ -31,12 +31,12 @@ class port_settings
 public:
     void reset() { values.clear(); }
 
-    /// What the program set, else the start value, which is empty for settings that the modem has.
+    /// What the program set, else the start value, which is empty for settings that the modem keeps.
     std::string value(const port_setting &setting) const;
     bool is_set(std::string_view name) const { return values.contains(name); }
     void set(const port_setting &setting, std::string_view value) { values[setting.name] = value; }
 
-    /// The first number of a setting's value, otherwise when there is none.
+    /// The number at this position of a setting's value, `otherwise` when the setting has none.
     int number(std::string_view name, int otherwise, size_t position = 0) const;
 
     /// The command line that a command of this name is asked with: settings that it depends on stand in front.
@@ -55,14 +55,14 @@ private:
 /// Whether a line of the answer comes from a setting that stands in front of the command.
 bool is_from_front(std::string_view line);
 
-/// What to set so that the modem tells at least `wanted` and no less than now: both are values apart by commas.
-/// Empty when that is so already. current: the modem's answer to NAME?.
+/// What to set so that the modem reports at least `wanted` and no less than now: both are values between commas.
+/// Empty when it does already. current: the modem's answer to NAME?.
 std::string raised_values(const port_setting &setting, std::string_view current, std::string_view wanted);
 
-/// Pieces apart by commas outside quotation marks.
+/// Pieces between commas outside quotation marks.
 std::vector<std::string> split_values(std::string_view text);
 
-/// "+CME ERROR: 10" as +CMEE says: 0 ERROR, 1 as it is, 2 in words. Any other final result is itself.
+/// "+CME ERROR: 10" as +CMEE says: 0 ERROR, 1 as it is, 2 in words. Any other final result stays as it is.
 std::string cme_view(std::string_view final_result, int cmee);
 
 #endif

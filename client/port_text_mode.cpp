@@ -75,7 +75,7 @@ bool utf8_of(string_view typed, const string &set, string &utf8)
         utf8 = typed;
         return true;
     }
-    std::u16string units; // GSM: septets; otherwise Latin-1, of which IRA is the first half
+    std::u16string units; // GSM: septets; else Latin-1, whose first half is IRA
     for (const char c : typed)
         units += static_cast<char16_t>(static_cast<unsigned char>(c));
     utf8 = sms::text_of(set == "GSM" ? sms::alphabet::gsm7 : sms::alphabet::ucs2, units);
@@ -127,7 +127,7 @@ string shown_time(const std::optional<sms::timestamp> &time)
     return text.data();
 }
 
-/// What stands behind the index and state of a head: "+CMGR: "REC READ"," of them all.
+/// What stands behind the index and state in the head of a message.
 string head_of(const sms::pdu &message, bool is_list, const port_settings &settings)
 {
     const string set = character_set(settings);

@@ -19,7 +19,7 @@ struct port_submission {
 /// not fit one message is refused.
 port_submission submission_of(std::string_view command, std::string_view text, const port_settings &settings);
 
-/// "+CMGL=4" for +CMGL="ALL" and the like; empty for a list that there is not.
+/// "+CMGL=4" for +CMGL="ALL" and the like; empty for an unknown list.
 std::string list_in_pdu_mode(std::string_view parameter);
 
 /// The lines of an answer to +CMGL or +CMGR, heads and PDUs, as text mode shows them. What is no head with a PDU stays.

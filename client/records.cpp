@@ -150,7 +150,7 @@ size_t vlk_response_length(const at_cmd_msg *reply)
 {
     if (reply == nullptr)
         return 0;
-    // rsp_len may tell the length of a report that came behind the final result; what follows the text is zero.
+    // rsp_len may be the length of a report that came behind the final result; what follows the text is zero.
     const char *text = reply->snd_rcv_msg.rmsg;
     size_t length = MAX_ATCMD_REPORT_SIZE;
     while (length > 0 && text[length - 1] == '\0')

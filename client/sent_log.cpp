@@ -21,7 +21,7 @@ constexpr size_t SAME_DIGITS = 7; // a number may come back with another prefix
 
 using file = std::unique_ptr<FILE, decltype(&std::fclose)>;
 
-/// Empty without a home.
+/// Empty without a home folder.
 string state_folder()
 {
     const char *state = std::getenv("XDG_STATE_HOME");

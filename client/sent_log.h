@@ -1,4 +1,4 @@
-// What this user sent with a request for a report, so that a report that comes later can be told apart. A file of at
+// What this user sent with a request for a report, so that a later report can be matched to it. A file of at
 // most 64 KiB, for its owner only: $XDG_STATE_HOME/vlkctl/sent, by default below ~/.local/state. No message text is in it.
 #ifndef VLK_SENT_LOG_H
 #define VLK_SENT_LOG_H
@@ -18,7 +18,7 @@ struct sent_part {
 /// False, with errno, when it cannot be remembered.
 bool remember_sent(const sent_part &part);
 
-/// The latest part with this reference to this number, as far as both write its last digits alike.
+/// The latest part with this reference to this number, of which only the last digits are compared.
 std::optional<sent_part> find_sent(uint8_t reference, const std::string &number);
 
 #endif

@@ -99,7 +99,7 @@ string compose(const sms_options &options, const string &text, outgoing &to)
     return "";
 }
 
-/// A PDU that was given is looked at only as far as the modem wants it.
+/// Checks only what sending the given PDU needs.
 int check_pdu(const string &pdu, outgoing &to)
 {
     at_cmd_msg record;
@@ -115,7 +115,7 @@ int print_pdus(const outgoing &message, bool json)
     return printed ? EXIT_DONE : EXIT_OTHER;
 }
 
-/// "sent, reference 12", "part 2 of 3 saved, at 7"; of a PDU that was given what the modem said.
+/// "sent, reference 12", "part 2 of 3 saved, at 7"; for a given PDU what the modem said.
 string done_text(const outgoing &message, vlk_sms action, size_t part, int reference)
 {
     const size_t parts = message.pdus.size();
@@ -201,7 +201,7 @@ struct shelf {
     {
         const auto known = std::ranges::find_if(message.places, [](int64_t place) { return place >= 0; });
         const sms::stored *stored = by_index[*known];
-        for (const int64_t place : message.places) // one unread part makes the whole unread
+        for (const int64_t place : message.places) // one unread part makes the whole message unread
             if (place >= 0 && by_index[place]->status < stored->status)
                 stored = by_index[place];
         if (!printed || (options.unread && stored->status != sms::mark::unread))

@@ -20,7 +20,7 @@ struct sms_options {
     bool flash = false;
     bool report = false;
     bool dry_run = false;
-    bool all = false;              // list: what it does without
+    bool all = false;              // list: what it does anyway
     bool unread = false;           // list
     bool all_read = false;         // delete
     std::vector<int> indexes;      // read, delete

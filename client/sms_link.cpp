@@ -8,7 +8,7 @@ namespace
 {
 constexpr int32_t OTHERS_SECONDS = 30; // granted to the requests that are ahead
 
-/// The daemon leaves the request in place where it takes no response.
+/// When the daemon takes no response, it leaves the request in the record.
 bool holds_request(const at_cmd_msg &reply, const char *request)
 {
     return std::strncmp(reply.snd_rcv_msg.rmsg, request, std::strlen(request)) == 0;

@@ -25,7 +25,7 @@ private:
     std::unique_ptr<vlk_client, decltype(&vlk_close)> client_; // opened at the first command
 };
 
-/// Tells about it on standard error, in JSON on standard output as well, and returns how the command ends.
+/// Reports the trouble on standard error, in JSON on standard output as well, and returns the exit code.
 int report_trouble(const sms::trouble &what, bool json);
 
 #endif

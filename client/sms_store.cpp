@@ -73,7 +73,7 @@ bool take_entry(string_view &text, string_view prefix, string_view &header, stri
     return octets_of_hex(hex, octets);
 }
 
-/// Whether the PDU has the octets that the modem told; its service centre's part may have been left out.
+/// Whether the PDU has the octets that the modem announced; its service centre's part may have been left out.
 bool is_whole(const stored &message)
 {
     string octets;
@@ -126,14 +126,14 @@ troubles read_one(modem &link, int index, std::optional<stored> &to)
                 to = messages.front();
             return std::nullopt;
         }
-        if (troubles refused = ask_for_pdu_mode(link)) // another program may have left it
+        if (troubles refused = ask_for_pdu_mode(link)) // another program may have left PDU mode
             return refused;
     }
     return nonsense(command);
 }
 
-/// How a message was marked before a list, of which only this much could be read, marked it as read. One that was
-/// lost from it may have been unread: better seen twice than never.
+/// How a message was marked before the list marked it as read; `listed` is what could be read of that list. A message
+/// that is missing from it may have been unread: better seen twice than never.
 mark first_mark(const std::vector<stored> &listed, const stored &now)
 {
     const auto found = std::ranges::find(listed, now.index, &stored::index);
@@ -308,7 +308,7 @@ troubles put(modem &link, vlk_sms action, const string &pdu, int &reference)
         return std::nullopt;
     const string_view rest = string_view(got.text).substr(at + prefix.size());
     const string_view number = rest.substr(std::min(rest.find_first_not_of(' '), rest.size()));
-    std::from_chars(number.data(), number.data() + number.size(), reference); // any number is one
+    std::from_chars(number.data(), number.data() + number.size(), reference); // any number is a reference
     return std::nullopt;
 }
 } // namespace sms

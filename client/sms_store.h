@@ -78,13 +78,13 @@ struct store_state {
 
 troubles ask_state(modem &link, store_state &to);
 
-/// All messages by index. Reading marks received messages as read in the modem; `status` is what it was before. With
-/// trouble there may be messages nevertheless: those that could be read.
+/// All messages by index. Reading marks received messages as read in the modem; `status` is the mark from before.
+/// Even with trouble there may be messages: those that could be read.
 troubles list(modem &link, std::vector<stored> &to);
 troubles read(modem &link, int index, stored &to);
 troubles remove(modem &link, int index);
 
-/// Deletes every received message that is marked read; counts them unless the modem does not tell, then -1.
+/// Deletes every received message that is marked read; count: how many, -1 when the modem does not say.
 troubles remove_read(modem &link, int &count);
 
 /// Sends or saves. reference: of the message, or where it was saved; -1 when the modem confirmed without a number. A

@@ -12,7 +12,7 @@
 #include "sms_store.h"
 
 /// UTF-8 as a person may see it: control characters and those that turn the direction of writing are escaped, but not
-/// line feeds; on a terminal that does not show UTF-8 all that is not ASCII is.
+/// line feeds; on a terminal that does not show UTF-8, everything that is not ASCII is escaped.
 std::string visible_text(std::string_view utf8);
 
 /// A message with a heading, the text below it. stored: where it is in the modem's store, and its mark there; nullptr
@@ -27,8 +27,8 @@ nlohmann::ordered_json unreadable_json(std::string_view pdu, const char *why, co
 std::string broadcast_text(const sms::broadcast &page);
 nlohmann::ordered_json broadcast_json(const sms::broadcast &page);
 
-/// Writes to standard output at once what visible_text has made safe. False, and told on
-/// standard error: nobody can read it any more.
+/// Writes to standard output at once what visible_text has made safe. False, with an error on
+/// standard error, when nobody can read it any more.
 bool print_text(std::string_view text);
 
 #endif

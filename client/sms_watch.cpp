@@ -52,7 +52,7 @@ public:
             take_pdu(content->report_id, text_of(content->pdu), content->length);
     }
 
-    /// Shows the parts whose others have not come for long.
+    /// Shows the parts of messages whose other parts have not come for a long time.
     void give_up_late_parts()
     {
         if (clock_type::now() - last_part_ >= PART_PATIENCE)
@@ -124,7 +124,7 @@ private:
     bool printed_ = true;
 };
 
-/// The signals that end a watch in order, as a file: parts that wait are shown before.
+/// The signals that end a watch in good order, as a file: parts that wait are still shown.
 int signal_file()
 {
     sigset_t ends;
@@ -145,7 +145,7 @@ int sleep_limit(const sms_options &options, clock_type::time_point begin)
     return static_cast<int>(std::clamp(*options.seconds * 1000 - past.count() + 1, 0.0, LOOK_AGAIN_MS));
 }
 
-/// Until the count, the time, a signal or the daemon ends it. A vlk_result; VLK_TIMEOUT: --seconds are over.
+/// Watches until the count, the time, a signal or the daemon ends it. A vlk_result; VLK_TIMEOUT: --seconds are over.
 int listen(vlk_hub *hub, watcher &watching, const sms_options &options, int signals)
 {
     const clock_type::time_point begin = clock_type::now();

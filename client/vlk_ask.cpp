@@ -1,5 +1,5 @@
-// A command line's answer as a terminal shows it: one request for each command, and more where an answer is too long
-// for one record or may be incomplete. at_question.h has the rules.
+// A command line's answer as a terminal shows it: one request for each command, and more where an answer was too
+// long for the daemon and came incomplete. at_question.h has the rules.
 #include <algorithm>
 #include <charconv>
 #include <cstring>
@@ -77,7 +77,7 @@ std::vector<int> numbers_in(string_view line)
 
 // ---- The phone book: a range of entries, as many at a time as certainly fit
 
-/// How many entries fit into one answer: AT+CPBR=? tells "+CPBR: (1-250),40,14", the longest number and name.
+/// How many entries fit into one answer: AT+CPBR=? answers "+CPBR: (1-250),40,14", the longest number and name.
 int entries_at_once(const asker &how)
 {
     constexpr int CAUTIOUS = 4;
@@ -126,7 +126,7 @@ int ask_phone_book(const asker &how, const at_question &question, int first, int
 
 // ---- A message list: what came of it, and the rest one message at a time
 
-/// The last place of the current message memory: AT+CPMS? tells "+CPMS: \"SM\",12,50,...".
+/// The last place of the current message memory: AT+CPMS? answers "+CPMS: \"SM\",12,50,...".
 int last_message_place(const asker &how)
 {
     at_answer answer;
@@ -144,7 +144,7 @@ bool is_list_of_everything(string_view parameters)
     return parameters == "4" || parameters == "\"ALL\"";
 }
 
-/// Replaces the part of the list that may be incomplete by what the messages' own places hold.
+/// Replaces the part of the list that may be incomplete by what is read from the messages' places one by one.
 int read_on(const asker &how, at_answer &answer)
 {
     constexpr string_view LIST_HEAD = "+CMGL: ";

@@ -31,7 +31,7 @@ constexpr std::array<const char *, 4> MODEM_TEXTS = {"absent", "silent", "ready"
 
 using hub_handle = std::unique_ptr<vlk_hub, decltype(&vlk_hub_close)>;
 
-/// Counts the forks that led to this process. A process id would tell a child, too, but costs a system call.
+/// Counts the forks that led to this process. A process id would show a child, too, but costs a system call.
 std::atomic<uint32_t> g_forks;
 
 bool count_forks()
@@ -129,7 +129,7 @@ int connect_client(vlk_client &client)
     return client.fd >= 0 ? VLK_OK : connect_to_daemon(client.paths, HOST_COMMANDS_NAME, &client.fd);
 }
 
-/// A modem that is not there would let requests wait for as long as their clients do: they are told at once.
+/// Without a modem, requests would wait for as long as their clients do: the clients learn it at once instead.
 int check_modem(vlk_client &client, int64_t deadline)
 {
     while (!client.modem_seen) {

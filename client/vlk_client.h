@@ -1,4 +1,4 @@
-/* Client library of vorlink: AT commands through the daemon, and everything that it tells other services.
+/* Client library of vorlink: AT commands through the daemon, and everything that it reports to services.
  * C and C++; link with vlkclient.
  *
  *     struct vlk_client *client;
@@ -58,14 +58,14 @@ enum vlk_modem {
 };
 
 enum {
-    VLK_STATUS_TEXT_SIZE = 4097 /* bytes for all that the daemon tells, terminator included */
+    VLK_STATUS_TEXT_SIZE = 4097 /* bytes for the whole status, terminator included */
 };
 
 struct vlk_status {
     char runtime_dir[100];
     int32_t pid;            /* of the daemon */
     uint32_t modem;         /* vlk_modem */
-    uint32_t modem_seconds; /* for so long */
+    uint32_t modem_seconds; /* how long it has been so */
     uint32_t waiting;       /* clients whose requests wait */
     char device[256];
     char reason[256]; /* why the modem is not ready, and what to do; empty when it is */
@@ -76,8 +76,8 @@ struct vlk_status {
 /// runtime folder is all that is filled in.
 int vlk_get_status(const struct vlk_place *place, struct vlk_status *status);
 
-/// The same with everything that the daemon tells: terminated lines of a name, a blank and a value. VLK_STATUS_TEXT_SIZE
-/// bytes are always enough.
+/// The same with the daemon's whole status as text: lines of a name, a blank and a value, terminated.
+/// VLK_STATUS_TEXT_SIZE bytes are always enough.
 int vlk_get_status_text(const struct vlk_place *place, struct vlk_status *status, char *text, size_t size);
 
 /// "absent", "silent", "ready", "released", or "unknown".
@@ -125,8 +125,8 @@ int vlk_open(struct vlk_client **client, const struct vlk_place *place);
 /// process does the same.
 void vlk_close(struct vlk_client *client);
 
-/// Waits until the modem is ready; without it, commands are VLK_NO_MODEM while the modem was not ready since the
-/// client connected.
+/// Waits until the modem is ready. Without this call, commands are refused with VLK_NO_MODEM until the modem has once
+/// been ready since the client connected.
 int vlk_wait_modem(struct vlk_client *client, int32_t limit_ms);
 
 /// Sends *request after filling in its seq; its Id is the caller's own and comes back as it was. Any number of requests
@@ -134,8 +134,8 @@ int vlk_wait_modem(struct vlk_client *client, int32_t limit_ms);
 int vlk_send(struct vlk_client *client, struct at_cmd_msg *request, int32_t limit_ms);
 
 /// Waits for the reply to the request that vlk_send gave this seq. Replies come in the order of the requests: those to
-/// earlier ones are dropped; when a later one is answered first this one never is, so the result is VLK_TIMEOUT at
-/// once and the later reply stays for its own wait. After VLK_TIMEOUT the request is still under way.
+/// earlier requests are dropped; when a later request is answered first, this one never will be, so the result is
+/// VLK_TIMEOUT at once and the later reply stays for its own wait. After VLK_TIMEOUT the request is still under way.
 int vlk_wait(struct vlk_client *client, uint32_t seq, struct at_cmd_msg *reply, int32_t limit_ms);
 
 /// For poll(): readable when a reply has come or the daemon has gone; then vlk_wait with limit 0. Valid until the next
@@ -173,13 +173,13 @@ enum vlk_cut {
 struct vlk_answer {
     int32_t ret_val;        /* final result code of the last command that was sent */
     int cut;                /* vlk_cut */
-    char final_result[128]; /* its line, with the cause where the modem tells one: "OK", "+CME ERROR: 10" */
+    char final_result[128]; /* its line, with the cause where the modem gives one: "OK", "+CME ERROR: 10" */
 };
 
 /// Asks a command line, which may hold several commands joined by ;, one request each until one fails, and hands out
 /// the lines of the answers in order, up to 32 KiB of each command; longer lists are asked for in pieces where the
 /// modem can do that. timeout: seconds that the modem is given for each request (a network list:
-/// at least 240). Lines may have been handed out also when it fails.
+/// at least 240). Even when it fails, lines may have been handed out.
 int vlk_ask(struct vlk_client *client, const char *command, int32_t timeout, int32_t limit_ms,
             vlk_line_function *take_line, void *context, struct vlk_answer *answer);
 
@@ -221,19 +221,20 @@ struct vlk_hub; /* a connection to the daemon's hub */
 int vlk_hub_open(struct vlk_hub **hub, const struct vlk_place *place);
 void vlk_hub_close(struct vlk_hub *hub);
 
-/// Each asks for more and returns when it is in force: events of one module, bus messages to one name (at most 31
-/// bytes), or all there is. One connection has at most 32 modules and 8 names; the daemon closes it at the next.
+/// Each call adds a subscription and returns when it is in force: events of one module, bus messages to one name (at
+/// most 31 bytes), or all there is. One connection has at most 32 modules and 8 names; the daemon closes it at the
+/// next one.
 /// Packets that come in the meantime are kept for vlk_hub_receive.
 int vlk_hub_take_module(struct vlk_hub *hub, int32_t module, int32_t limit_ms);
 int vlk_hub_take_name(struct vlk_hub *hub, const char *name, int32_t limit_ms);
 int vlk_hub_take_all(struct vlk_hub *hub, int32_t limit_ms);
 
-/// Asks for the modem's unsolicited lines as they are, beside the events that the daemon makes of them. All of the
-/// above does not include them. A report of two lines has CR LF between them.
+/// Asks for the modem's unsolicited lines as they are, beside the events that the daemon makes of them. No
+/// subscription above includes them. A report of two lines has CR LF between them.
 int vlk_hub_take_lines(struct vlk_hub *hub, int32_t limit_ms);
 
 /// Asks for what the modem says while commands of this process run, the final result included, which a record cannot
-/// hold in full. All of it has come when the reply is there. All of the above does not include it.
+/// hold in full. All of it has come when the reply is there. No subscription above includes it.
 int vlk_hub_take_answers(struct vlk_hub *hub, int32_t limit_ms);
 
 /// The next packet, in the order in which the daemon sent them. VLK_NOT_RUNNING when the daemon has gone.

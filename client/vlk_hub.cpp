@@ -145,7 +145,7 @@ bool is_answer(const host_packet &packet, const host_packet &question)
            packet.module == question.module && std::strcmp(packet.name, question.name) == 0;
 }
 
-/// Sends a question and receives until its answer is in `current`; keeps what else comes but for late answers.
+/// Sends a question and receives until its answer is in `current`; keeps what else comes except late answers.
 int ask(vlk_hub &hub, const host_packet &question, const void *data, uint32_t length, int32_t limit_ms)
 {
     const int64_t deadline = deadline_after(limit_ms);

@@ -1,4 +1,4 @@
-// The alphabets of short messages (3GPP TS 23.038) and UTF-8. Any thread; nothing here fails but as it says.
+// The alphabets of short messages (3GPP TS 23.038) and UTF-8. Any thread; functions fail only as they say.
 #ifndef VLK_SMS_ALPHABET_H
 #define VLK_SMS_ALPHABET_H
 

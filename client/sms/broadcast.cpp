@@ -54,7 +54,7 @@ std::string read_octets(std::string_view octets, scheme_meaning meaning)
     return text_of(alphabet::gsm7, septets);
 }
 
-/// Whether every unit is a character of one of the first 256: a modem that was told to write UCS-2 does so whatever
+/// Whether every unit is one of the first 256 characters: a modem that was told to write UCS-2 does so whatever
 /// the scheme says.
 bool looks_like_ucs2(std::string_view octets)
 {
@@ -65,7 +65,7 @@ bool looks_like_ucs2(std::string_view octets)
         units, [](char16_t unit) { return unit == u'\n' || unit == u'\r' || (unit >= ' ' && unit < 0x100); });
 }
 
-/// Whether nothing but letters, digits and the like comes out: digits that are the text itself do not give that.
+/// Whether nothing but letters, digits and the like comes out: digits that are the text itself hardly decode to that.
 bool looks_like_septets(std::string_view octets)
 {
     const std::u16string septets = all_septets(octets);

@@ -8,7 +8,7 @@ namespace sms
 {
 /// The text of a +CUSD report as UTF-8. value: as the modem sent it, at most 512 bytes count; scheme: the report's
 /// third field, -1 without it. Modems send packed septets or UCS-2 in hexadecimal digits, or the text itself: what
-/// cannot be read as the former is the latter. Bytes that are not UTF-8 become U+FFFD.
+/// cannot be read as septets or UCS-2 is taken as text. Bytes that are not UTF-8 become U+FFFD.
 std::string ussd_text(std::string_view value, int scheme);
 
 struct broadcast {

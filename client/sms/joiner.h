@@ -24,14 +24,14 @@ struct message {
 };
 
 /// Holds messages whose parts have not all come. Two messages with the same sender, reference and number of parts at
-/// the same time cannot be told apart unless a part comes twice: that one begins a message of its own.
+/// the same time cannot be told apart unless a part comes twice: the second one then begins a message of its own.
 class joiner
 {
 public:
     static constexpr size_t MAX_WAITING = 64;
 
-    /// Takes a message. place: where it came from, 0 or more. Returns what is complete by it: a message, or none; when
-    /// too many wait, the oldest of them as it is.
+    /// Takes a message. place: where it came from, 0 or more. Returns the message that it completes, or none; when too
+    /// many wait, the oldest of them, incomplete.
     std::vector<message> take(const pdu &part, int64_t place);
 
     /// What still waits, oldest first. The joiner is empty then.

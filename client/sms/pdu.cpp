@@ -425,7 +425,7 @@ refusal read_pdu(octet_reader &in, pdu &to)
 {
     const unsigned first = in.take();
     const unsigned type = first & TYPE_MASK;
-    to.type = type == 3 ? pdu_type::deliver : static_cast<pdu_type>(type); // a reserved type is read so
+    to.type = type == 3 ? pdu_type::deliver : static_cast<pdu_type>(type); // reserved: read as deliver
     to.report = (first & REPORT) != 0;
     to.reply_path = to.type != pdu_type::status_report && (first & REPLY_PATH) != 0;
     if (to.type == pdu_type::submit)
@@ -501,7 +501,7 @@ size_t part_capacity(alphabet coding, bool wide)
     return (MAX_USER_OCTETS - header) / (coding == alphabet::ucs2 ? 2 : 1);
 }
 
-/// How many units go into the first part, none of what belongs together apart.
+/// How many units go into the first part without separating what belongs together.
 size_t first_units(alphabet coding, std::u16string_view units, size_t capacity)
 {
     size_t at = 0;

@@ -13,7 +13,7 @@
 
 namespace sms
 {
-/// nullptr: done. Else why not: a sentence part that can follow a colon.
+/// nullptr: done. Else the reason, worded to follow a colon.
 using refusal = const char *;
 
 enum class number_type : uint8_t {
@@ -76,7 +76,7 @@ struct content {
 enum class pdu_type : uint8_t {
     deliver = 0,      ///< to the phone
     submit = 1,       ///< from the phone
-    status_report = 2 ///< tells the fate of a submitted message
+    status_report = 2 ///< the fate of a submitted message
 };
 
 enum class validity_form : uint8_t {
@@ -107,11 +107,12 @@ struct pdu {
     bool operator==(const pdu &) const = default;
 };
 
-/// Reads hexadecimal digits that begin with the service centre's part. octets: those behind that part as the modem
-/// told, -1 when unknown; a modem that leaves the part out is recognised by them. Octets behind the end do not count.
+/// Reads hexadecimal digits that begin with the service centre's part. octets: how many the modem
+/// announced behind that part, -1 when unknown; they also show that a modem left the part out. Octets behind the end do
+/// not count.
 refusal decode_pdu(std::string_view hex, int octets, pdu &to);
 
-/// Hexadecimal digits that begin with the service centre's part; AT+CMGS wants the octets behind it.
+/// Hexadecimal digits that begin with the service centre's part; AT+CMGS wants the number of octets behind that part.
 refusal encode_pdu(const pdu &from, std::string &hex);
 
 /// The octet of a relative validity period of at least so many minutes; the longest is 63 weeks.
