@@ -466,7 +466,7 @@ private:
     unsigned repeat_left_ = 0; // nonzero while the lines of a repeat are collected
     int repeat_line_ = 0;
     int ifs_in_repeat_ = 0;
-    std::string repetition_; // {i} while they are written out
+    std::string repetition_; // what {i} is while they are written out
     std::vector<source_line> repeated_;
     std::vector<source_line> used_;
 };

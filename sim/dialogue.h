@@ -56,7 +56,7 @@ struct step {
         0; ///< skip, and a condition that does not hold: how many of the next steps are left out
 };
 
-/// True when the variable's value compares so with the text: as numbers, unless one of them is none.
+/// True when this comparison of the variable's value with the text holds: as numbers, unless one of them is no number.
 bool holds(std::string_view value, comparison compare, std::string_view text);
 
 struct command {

@@ -19,7 +19,7 @@ public:
         latest_ = now;
     }
 
-    /// Takes one byte of the client. `guard` is the silence that must stand before and behind the three.
+    /// Takes one byte of the client. `guard` is the silence that must stand before and behind the three '+'.
     void take(char c, milliseconds now, milliseconds guard)
     {
         const bool silent_before = now - latest_ >= guard;

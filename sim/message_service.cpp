@@ -75,7 +75,7 @@ std::string type_of(std::string_view address)
     return std::to_string(address.size() > 1 ? static_cast<unsigned char>(address[1]) : 0);
 }
 
-/// The numbers that text mode shows of a report, of which there is no more to read.
+/// What text mode shows of a status report, which has no text.
 std::string report_fields(const short_message &message)
 {
     return std::to_string(message.first_octet) + "," + std::to_string(message.reference) + "," +
@@ -141,7 +141,7 @@ std::string own_service_centre(const variables &values)
     return number.empty() ? std::string() : address_of(number).substr(1);
 }
 
-/// How the network would report it.
+/// The report that hands over the message itself.
 std::string direct_report(const std::string &pdu, const std::optional<short_message> &message,
                           const variables &values, std::string_view line_end)
 {

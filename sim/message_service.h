@@ -29,7 +29,7 @@ public:
         std::string refusal;
     };
 
-    /// Empties the memories, fills the first one and tells the variables.
+    /// Empties the memories, fills the first one and updates the variables.
     void reset(const std::vector<stored_message> &messages, variables &values);
 
     /// True for a name that serve() knows.
@@ -44,7 +44,7 @@ public:
     arrival serve_arrival(std::string_view action, std::string_view arguments, variables &values,
                           bool client_listens, std::string_view line_end);
 
-    /// A message, or a status report, comes from the network. It is stored or told as AT+CNMI asks.
+    /// A message, or a status report, comes from the network. It is stored or reported as AT+CNMI asks.
     arrival arrive(std::string_view pdu, variables &values, bool client_listens, std::string_view line_end);
 
     /// The same for a text in UTF-8.

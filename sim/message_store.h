@@ -37,7 +37,7 @@ public:
 
     bool erase(unsigned place) { return messages_.erase(place) > 0; }
 
-    /// The flag of AT+CMGD: 1 what was read, 2 and what was sent, 3 and what is unsent, 4 all.
+    /// By the flag of AT+CMGD: 1 what was read, 2 also what was sent, 3 also what is unsent, 4 all.
     void erase_by_flag(unsigned flag);
 
     std::size_t used() const { return messages_.size(); }

@@ -342,7 +342,7 @@ void modem::echo(std::string_view bytes)
         send(bytes);
 }
 
-/// Takes the step, now or later. Returns how many of the next ones are to be left out.
+/// Takes the step, now or later. Returns how many of the next steps are to be left out.
 std::size_t modem::execute(const step &what)
 {
     const std::string text = what.text.expand(values_);
@@ -395,7 +395,7 @@ void modem::perform(const step &what, const std::string &text)
         break;
     case step_kind::condition:
     case step_kind::skip:
-        break; // execute() went along them
+        break; // execute() has followed them
     case step_kind::delay:
         resume_at_ = now_ + parse_duration(text).value_or(milliseconds(0));
         break;
@@ -442,8 +442,8 @@ void modem::end_command(std::string_view result)
     send_result(result);
 }
 
-/// While a command is answered that can be stopped: looks for the stop line among the queued ones, which it
-/// overtakes, and leaps to the command's final result. After that result nothing is left to stop.
+/// While a command that can be stopped is answered, looks for its stop line, which overtakes the other queued ones, and
+/// leaps to the command's final result. After that result nothing is left to stop.
 bool modem::stop_running()
 {
     if (running_ == nullptr || prompt_ != nullptr || running_->stop_by.empty() || !has_room())

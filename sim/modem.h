@@ -60,7 +60,7 @@ public:
     bool raw(std::string_view bytes);
 
     /// A message arrives, as a text in UTF-8 or as a PDU, or the status report for a message that the client sent.
-    /// Stored or told as the client asked. Empty, or why it was refused.
+    /// Stored or reported as the client asked. Empty, or why it was refused.
     std::string receive_text(std::string_view number, std::string_view text);
     std::string receive_pdu(std::string_view pdu);
     std::string receive_report(std::string_view reference, unsigned outcome);
@@ -72,7 +72,7 @@ public:
     void garbage(unsigned count) { garbage_left_ = count; }
     void flood(unsigned count, std::string_view text);
 
-    /// A silent modem reads and neither echoes nor answers nor reports by itself. Drops what is running.
+    /// A silent modem reads but neither echoes nor answers nor reports by itself. Drops what is running.
     void silence(bool on);
 
     /// Bytes a second that the line carries each way; 0 for as many as can be.
@@ -141,7 +141,7 @@ private:
     bool client_ = false;
     bool silent_ = false;
     bool started_ = false;                         // a client came since power_up()
-    std::vector<std::optional<milliseconds>> due_; // one a schedule
+    std::vector<std::optional<milliseconds>> due_; // one for each schedule
     std::string input_;
     std::string output_;
     std::string line_;

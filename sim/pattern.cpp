@@ -52,7 +52,7 @@ command_pattern::part parse_capture(std::string_view inside)
 }
 
 /// Finds out whether a line fits the parts of a pattern, remembering dead ends, so that a hostile line costs
-/// no more than its length squared a part.
+/// no more than its length squared for each part.
 struct matcher {
     const std::vector<command_pattern::part> &parts;
     std::string_view line;

@@ -43,7 +43,7 @@ unsigned octet(char c)
     return static_cast<unsigned char>(c);
 }
 
-/// Characters of UTF-8; U+FFFD for what is none.
+/// Characters of UTF-8; U+FFFD for what is not valid.
 std::u32string characters_of(std::string_view utf8)
 {
     std::u32string result;

@@ -46,7 +46,7 @@ character_set character_set_of(std::string_view name);
 std::optional<short_message> read_pdu(std::string_view hex);
 std::string write_pdu(const short_message &message);
 
-/// Octets of a PDU in hexadecimal form behind its service centre; nothing when the text is none.
+/// Octets of a PDU in hexadecimal form behind its service centre; nothing when the text is no PDU.
 std::optional<unsigned> pdu_length(std::string_view hex);
 
 /// "+12025550123", "0123" or "Example" as length, type and digits, and back.

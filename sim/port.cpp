@@ -53,8 +53,8 @@ private:
     int fd_;
 };
 
-// No slave descriptor is kept, so that the master sees the last client leave: poll says POLLHUP from then on, and
-// again nothing when the next one opens. The bit is not set on a fresh pair, hence the one open and close in plug().
+// No slave descriptor is kept, so that the master sees the last client leave: poll says POLLHUP from then on,
+// until the next one opens. The bit is not set on a fresh pair, hence the one open and close in plug().
 class pty_port : public port
 {
 public:
@@ -110,7 +110,7 @@ public:
     int fd() const override { return master_.get(); }
 
 private:
-    /// What a client wrote that left before it was read, or the next client would get the answers.
+    /// Drops what a client wrote before it left, or the next client would get the answers.
     void drop_input() const
     {
         char bytes[4096];

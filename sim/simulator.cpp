@@ -231,7 +231,7 @@ std::string simulator::control(std::string_view line)
     };
     if (line.ends_with('\r'))
         line.remove_suffix(1);
-    meet_client(); // who opened the device before this line was sent counts
+    meet_client(); // one that opened the device before this line was sent counts
     const std::string_view word = take_word(line);
     const auto *const found = std::ranges::find(rows, word, &row::word);
     if (found == std::end(rows))

@@ -37,7 +37,7 @@ public:
     /// How many bytes may go now; npos without a pace (0 bytes a second).
     std::size_t allowed(milliseconds now, unsigned bytes_a_second) const;
 
-    /// So many went.
+    /// Notes that so many bytes went.
     void moved(std::size_t count, milliseconds now, unsigned bytes_a_second);
 
     void wait_until(milliseconds at) { next_ = at; }
