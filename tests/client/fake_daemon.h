@@ -159,12 +159,12 @@ private:
     }
     static void send_to(int fd, host_packet packet, std::string_view data)
     {
-        packet.length += static_cast<uint32_t>(data.size()); // other than 0 before: it lies
+        packet.length += static_cast<uint32_t>(data.size()); // unless it was 0, the header lies about it
         std::string bytes(reinterpret_cast<const char *>(&packet), sizeof packet);
         bytes += data;
         EXPECT_GT(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), 0);
     }
-    /// The first of those who came and did not ask for the status becomes the listener.
+    /// The first newcomer that did not ask for the status becomes the listener.
     bool take_listener()
     {
         const std::scoped_lock lock(mutex_);
@@ -183,7 +183,7 @@ private:
             std::erase_if(newcomers_, [this](int fd) { return serve_newcomer(fd); });
         }
     }
-    /// As the hub tells it the asker, if that takes answers.
+    /// Sends the answer to the asker as the hub does, if the asker takes answers.
     void tell_answer(const at_cmd_msg &reply, std::string_view text)
     {
         const std::scoped_lock lock(mutex_);
@@ -197,7 +197,7 @@ private:
         packet.value2 = HOST_ANSWER_OWN;
         send_to(answers_, packet, "\r\n" + std::string(text) + "\r\n\r\n" + final_result + "\r\n");
     }
-    /// Whether the newcomer is served: it asked for the status, which ends it, or it takes answers.
+    /// Whether the newcomer is done with: it got the status or hung up and was closed, or it takes answers.
     bool serve_newcomer(int fd)
     {
         host_packet packet{};

@@ -45,7 +45,7 @@ inline const std::vector<std::string> &characters_of(unsigned kind)
     return kinds[kind % std::size(kinds)];
 }
 
-/// Of one of seven kinds, at most so many parts long.
+/// A text of one of seven kinds, at most so many parts long.
 inline std::string of_any_alphabet(std::mt19937 &random, unsigned parts)
 {
     constexpr unsigned SURE_TO_FIT[] = {150, 150, 75, 75, 65, 32, 32}; // characters of a kind in one part

@@ -20,7 +20,7 @@
 #include "vorlink/engine/response_assembly.h"
 #include "vorlink/startup.h"
 
-/// Starts the daemon with these arguments; it is not registered with the modem link then.
+/// Starts the daemon with these arguments, not yet registered with the modem link.
 inline int start(std::vector<const char *> arguments = {})
 {
     bool noBus = false;

@@ -107,8 +107,8 @@ inline const vlk_report_row &row_of(const std::string &line)
     return *row;
 }
 
-/// Hands the line to the handler of its row, in a block that ends with its terminator.
-/// Returns it as it is then.
+/// Hands the line to the handler of its row, in a block that ends with the line's terminator.
+/// Returns the line as the handler left it.
 inline std::string report(const std::string &line, int32_t length)
 {
     const auto copy = std::make_unique<char[]>(line.size() + 1);

@@ -12,7 +12,7 @@
 
 #include "host_start.h"
 
-/// Sets the environment and the settings of this process. The end removes the folder.
+/// Sets the environment and the settings of this process. Its end removes the folder.
 class host_place
 {
 public:
@@ -34,7 +34,7 @@ public:
         std::filesystem::remove_all(folder, ignored);
     }
 
-    /// Once more, after a change of the environment.
+    /// Reads them once more, after a change of the environment.
     void load_settings() const
     {
         char error[HOST_ERROR_SIZE] = "";

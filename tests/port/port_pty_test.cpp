@@ -101,7 +101,7 @@ TEST_F(PortPty, TellsWhoOpensFromWhoStays)
     close(second);
     const int next = open_link(); // before anybody looked
     EXPECT_EQ(pty.look(), port_change::REOPENED);
-    const int third = open_link(); // again the program that has it open
+    const int third = open_link(); // by the program that already has it open
     close(third);
     close(open_link());
     EXPECT_EQ(pty.look(), port_change::NONE);
@@ -147,7 +147,7 @@ TEST_F(PortPty, OneTerminalALink)
     EXPECT_NE(nowhere.create({(folder / "none/modem").string(), static_cast<gid_t>(-1), 0660}), "");
 }
 
-/// Root may open a terminal that is locked; so the user is another one.
+/// Root may open a terminal that is locked, so the test becomes another user.
 TEST_F(PortPty, ALockLeftBehindKeepsNobodyOut)
 {
     const pid_t child = fork();

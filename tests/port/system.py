@@ -49,7 +49,7 @@ class Terminal:
                 self.shown += os.read(self.master, 65536)
 
     def is_raw(self):
-        """Whether the program takes single keys; a line is made of them before."""
+        """Whether the program reads single keys; until then the terminal collects a line."""
         return not termios.tcgetattr(self.master)[3] & termios.ICANON
 
     def expect(self, pattern, seconds=20):
@@ -89,7 +89,7 @@ class System:
     def __init__(self, build, folder):
         self.build = build
         self.folder = pathlib.Path(folder)
-        self.folder.chmod(0o751)  # programs that become somebody else find their port
+        self.folder.chmod(0o751)  # programs that become another user can still reach their port
         (self.folder / "run").mkdir(mode=0o750)
         self.started = []
         self.log = self.folder / "modem.log"
