@@ -200,7 +200,7 @@ enum vlk_packet_kind {
 
 enum vlk_answer_flags {
     VLK_ANSWER_OWN = 1, /* the command's answer; without it, reports that came meanwhile */
-    VLK_ANSWER_CUT = 2  /* lines of the answer before this text were dropped: there were more than 32 KiB */
+    VLK_ANSWER_CUT = 2  /* the answer is longer than 32 KiB: lines of it were dropped */
 };
 
 struct vlk_packet {

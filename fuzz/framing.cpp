@@ -82,7 +82,7 @@ recorder run(std::string_view bytes, uint8_t options, std::size_t longest, uint3
 
 /// What the link may write, whatever the modem says: one line at a time, and no message without its prompt.
 struct port final : at_link_port {
-    std::size_t answers = 0, lines = 0, texts = 0, prompts = 0;
+    std::size_t lines = 0, texts = 0, prompts = 0;
     std::size_t written = 0;
 
     void note_line(std::string_view text)
