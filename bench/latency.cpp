@@ -40,7 +40,8 @@ PART:
   pty       through a pty in place of a socket, without the floor
   clients   commands a second with 1, 4, 16 and 64 client processes and the slowest of them, everything on one CPU,
             beside the floor
-  memory    of the daemon after 10,000 and after 50,000 commands, KiB; of one that is linked statically, too
+  memory    of the daemon after 10,000 and after 50,000 commands, KiB; of one that is linked statically and of the
+            floor, too
   start     milliseconds until the modem is ready
 )";
 
@@ -450,23 +451,25 @@ void print_memory(pid_t pid, const char *program, const char *when)
             printf("%s/proportional/%s %ld KiB\n", program, when, size);
 }
 
+template <typename Client>
 void measure_memory_of(const char *program, const char *name, const place &where)
 {
-    const child daemon = start_server(program, where);
-    daemon_client client(where);
+    const child server = start_server(program, where);
+    Client client(where);
     for (int command = 1; command <= 50'000; ++command) {
         client.exchange();
         if (command == 10'000)
-            print_memory(daemon.pid, name, "10000_commands");
+            print_memory(server.pid, name, "10000_commands");
     }
-    print_memory(daemon.pid, name, "50000_commands");
+    print_memory(server.pid, name, "50000_commands");
 }
 
 void measure_memory(const place &where)
 {
     const child modem = start_modem_on_socket(where.device);
-    measure_memory_of(VORLINK, "memory", where);
-    measure_memory_of(VORLINK_STATIC, "memory_static", where);
+    measure_memory_of<daemon_client>(VORLINK, "memory", where);
+    measure_memory_of<daemon_client>(VORLINK_STATIC, "memory_static", where);
+    measure_memory_of<relay_client>(RELAY, "memory_floor", where);
 }
 
 void measure_start(const place &where)
