@@ -51,8 +51,27 @@ void at_framing::feed(std::string_view bytes, int64_t now_ms)
     if (bytes.empty())
         return;
     last_byte_ms = now_ms;
-    for (const char c : bytes)
-        take(c);
+    while (!bytes.empty()) {
+        bytes.remove_prefix(take_plain(bytes));
+        if (bytes.empty())
+            return;
+        take(bytes.front());
+        bytes.remove_prefix(1);
+    }
+}
+
+/// Takes bytes in the middle of a line as take would, without a look at what each might be. Returns how many.
+std::size_t at_framing::take_plain(std::string_view bytes)
+{
+    if (count == 0 || line[count - 1] == '\r' || count >= line.size() - 2)
+        return 0;
+    const std::string_view fitting = bytes.substr(0, line.size() - 2 - count);
+    const auto is_line_end = [](char c) { return c == '\r' || c == '\n'; };
+    const auto end = std::ranges::find_if(fitting, is_line_end);
+    const auto plain = static_cast<std::size_t>(end - fitting.begin());
+    std::copy_n(fitting.begin(), plain, &line[count]);
+    count += plain;
+    return plain;
 }
 
 bool at_framing::has_open_line() const

@@ -96,6 +96,7 @@ private:
     bool has_open_line() const;
     bool is_inside_line() const;
     void take(char c);
+    std::size_t take_plain(std::string_view bytes);
     bool take_at_line_start(char c);
     bool ends_line(char c) const;
     void complete_line_end();
