@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -93,6 +94,7 @@ port_pty::~port_pty()
         unlink(place.link.c_str());
     close_if_open(master);
     close_if_open(events);
+    close_if_open(closings);
     close_if_open(claimed);
 }
 
@@ -134,8 +136,8 @@ string port_pty::make_terminal()
 {
     close_if_open(master);
     close_if_open(events);
+    close_if_open(closings);
     open_now = left = false;
-    holders = 0;
     master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC | O_NONBLOCK);
     std::array<char, 64> name{};
     if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0 ||
@@ -144,6 +146,11 @@ string port_pty::make_terminal()
     path = name.data();
     events = inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
     if (events < 0 || inotify_add_watch(events, path.c_str(), IN_OPEN | IN_CLOSE) < 0)
+        return system_text("cannot watch " + path);
+    // Edge-triggered: of all that wakes a writer of the terminal, only the last closing counts as EPOLLWRNORM.
+    epoll_event closing{.events = EPOLLWRNORM | EPOLLET, .data = {}};
+    closings = epoll_create1(EPOLL_CLOEXEC);
+    if (closings < 0 || epoll_ctl(closings, EPOLL_CTL_ADD, master, &closing) != 0)
         return system_text("cannot watch " + path);
     if (!prepare())
         return system_text("cannot set up " + path);
@@ -182,7 +189,8 @@ bool port_pty::prepare()
     close(terminal);
     if (echoed && hung_up()) // what it echoed reached the port as if typed
         tcflush(master, TCIFLUSH);
-    take_events();
+    take_openings(); // these two were our own
+    take_closing();
     return set_up;
 }
 
@@ -204,50 +212,51 @@ bool port_pty::abandoned() const
     return true;
 }
 
-port_pty::seen port_pty::take_events()
+/// Whether somebody has opened it since the last call. The kernel joins like events, so they cannot be counted.
+bool port_pty::take_openings() const
 {
     alignas(inotify_event) std::array<char, 4096> bytes;
-    seen found;
+    bool opened = false;
     for (ssize_t size; (size = read(events, bytes.data(), bytes.size())) > 0;) {
         for (ssize_t at = 0; at < size;) {
             inotify_event event;
             std::memcpy(&event, bytes.data() + at, sizeof event);
-            if ((event.mask & IN_OPEN) != 0) {
-                found.opened = true;
-                found.reopened = found.reopened || left;
-                left = false;
-                holders++;
-            } else if ((event.mask & IN_CLOSE) != 0) {
-                holders = std::max(holders - 1, 0);
-                left = holders == 0;
-            }
+            opened = opened || (event.mask & IN_OPEN) != 0;
             at += static_cast<ssize_t>(sizeof event + event.len);
         }
     }
-    return found;
+    return opened;
+}
+
+/// Whether the last one that had it open has closed it since the last call, also when it is open again by now.
+bool port_pty::take_closing() const
+{
+    epoll_event closing{};
+    return epoll_wait(closings, &closing, 1, 0) > 0;
 }
 
 port_change port_pty::look()
 {
-    const seen events_seen = take_events();
-    const bool reopened = events_seen.reopened;
+    const bool opened = take_openings();
+    left = take_closing() || left;
     const bool was_open = open_now;
     open_now = !abandoned();
-    if (!was_open && events_seen.opened)
-        open_now = true; // its bytes are still there; the next look finds it closed
-    if (!was_open)
+    if (!was_open) {
+        open_now = open_now || opened; // the next look finds it closed
+        left = left && hung_up();
         return open_now ? port_change::OPENED : port_change::NONE;
-    if (open_now && !reopened)
-        return port_change::NONE;
+    }
     if (open_now) {
+        if (!left || hung_up())
+            return port_change::NONE;
+        left = false;
         set_raw(master); // a program that was quick loses its own settings and may then wait longer
         return port_change::REOPENED;
     }
-    holders = 0;
     // the lock may already be the next program's
     if (!prepare() && abandoned() && !make_terminal().empty())
         return port_change::CLOSED; // no terminals left: tried again after the next program
-    left = false;                   // prepare() itself opened and closed it
+    left = false;
     open_now = !abandoned();
-    return open_now ? reopened ? port_change::REOPENED : port_change::FOLLOWED : port_change::CLOSED;
+    return open_now ? port_change::FOLLOWED : port_change::CLOSED;
 }

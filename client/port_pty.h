@@ -48,26 +48,22 @@ public:
     const std::string &device() const { return path; }
 
 private:
-    struct seen {
-        bool opened = false;
-        bool reopened = false; ///< an opening behind the last closing
-    };
-
     std::string claim();
     std::string make_terminal();
     std::string make_link();
     bool prepare();
     bool abandoned() const;
-    seen take_events();
+    bool take_openings() const;
+    bool take_closing() const;
 
     port_place place;
     std::string path;
     int master = -1;
     int events = -1;
-    int claimed = -1; ///< a socket whose name says that the link is served
+    int closings = -1; ///< an epoll set that reports the last closing of the terminal
+    int claimed = -1;  ///< a socket whose name says that the link is served
     bool open_now = false;
-    int holders = 0;   ///< how often it is open, as far as is known: the kernel merges equal events in a row
-    bool left = false; ///< closed as often as opened; an opening now is the next program's
+    bool left = false; ///< closed since the last program came, so whoever has it open is the next one
     bool linked = false;
 };
 
