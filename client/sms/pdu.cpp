@@ -257,7 +257,7 @@ void read_concatenation(std::string_view element, bool wide, content &to)
         reference = reference << 8 | in.take();
     const uint8_t count = in.take();
     const uint8_t number = in.take();
-    if (element.size() != size + 2 || number == 0 || number > count)
+    if (element.size() != size + 2 || number == 0 || number > count || count == 1)
         return;
     to.wide = wide;
     to.reference = static_cast<uint16_t>(reference);

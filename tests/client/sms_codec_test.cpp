@@ -66,6 +66,8 @@ TEST(SmsCodec, PublishedPdusAreReadAndWrittenAgain)
          "1  +46708251358 ref0 status0 class1 8-bit: 0001FF", true},
         {"a part of a long text, 8-bit reference", "0041000491942100000A050003530401F06F20",
          "1  +4912 ref0 status0 part1/4#83 GSM 7-bit: xo¡", true},
+        {"the only part of one, which is no part", "0041000491942100000A050003530101F06F20",
+         "1  +4912 ref0 status0 GSM 7-bit: xo¡", false},
         {"an SMS-DELIVER whose time is nonsense", "000404A121430000FFFFFFFFFFFFFF0161",
          "0  1234 ref0 status0 GSM 7-bit: a", false},
     };
