@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -14,6 +15,7 @@
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "answer_text.h"
@@ -27,6 +29,7 @@ namespace
 {
 constexpr int32_t STATUS_LIMIT_MS = 5000;
 constexpr int64_t MODEM_LOOK_NS = 100'000'000; // between two looks at a modem that is waited for
+constexpr int PATIENCE_MIN_MS = 64;            // the kernel may round a receive's own time limit up by 10 ms
 constexpr std::array<const char *, 4> MODEM_TEXTS = {"absent", "silent", "ready", "released"};
 
 using hub_handle = std::unique_ptr<vlk_hub, decltype(&vlk_hub_close)>;
@@ -46,6 +49,7 @@ struct vlk_client {
     int fd = -1;
     uint32_t forks = g_forks; // that led to the process that opened it
     uint32_t seq = 0;         // of the last request
+    int patience_ms = 0;      // the socket's own time limit, 0: none is set
     bool modem_seen = false;  // ready, since the connection was made
     bool holds = false;       // a reply that came before the one that was waited for
     at_cmd_msg held{};
@@ -58,6 +62,7 @@ struct vlk_client {
         if (fd >= 0)
             close(fd);
         fd = -1;
+        patience_ms = 0;
         holds = modem_seen = false;
     }
 };
@@ -171,11 +176,29 @@ int send_before(vlk_client &client, at_cmd_msg *request, int64_t deadline)
     return VLK_OK;
 }
 
+/// Whether a receive may wait by itself, which spares two system calls: for a power of two of milliseconds, at most half
+/// of what is left, so that the limit is seldom another one than the socket has.
+bool may_wait_in_receive(vlk_client &client, int64_t deadline)
+{
+    const int left_ms = poll_time(deadline);
+    if (left_ms >= 0 && left_ms < PATIENCE_MIN_MS)
+        return false;
+    const int patience_ms = static_cast<int>(std::bit_floor(static_cast<unsigned>(left_ms) / 2));
+    if (client.patience_ms != patience_ms) {
+        const timeval limit = {patience_ms / 1000, patience_ms % 1000 * 1000};
+        if (setsockopt(client.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0)
+            return false;
+        client.patience_ms = patience_ms;
+    }
+    return true;
+}
+
 /// The next reply, into `held`. A vlk_result.
 int receive_before(vlk_client &client, int64_t deadline)
 {
-    for (;;) {
-        const ssize_t size = recv(client.fd, &client.held, sizeof client.held, MSG_DONTWAIT);
+    int flags = may_wait_in_receive(client, deadline) ? 0 : MSG_DONTWAIT;
+    for (;; flags = MSG_DONTWAIT) {
+        const ssize_t size = recv(client.fd, &client.held, sizeof client.held, flags);
         if (size == ssize_t{sizeof client.held})
             return VLK_OK;
         if (size == 0)
