@@ -185,7 +185,7 @@ bool may_wait_in_receive(vlk_client &client, int64_t deadline)
         return false;
     const int patience_ms = static_cast<int>(std::bit_floor(static_cast<unsigned>(left_ms) / 2));
     if (client.patience_ms != patience_ms) {
-        const timeval limit = {patience_ms / 1000, patience_ms % 1000 * 1000};
+        const timeval limit = {patience_ms / 1000, patience_ms % 1000 * suseconds_t{1000}};
         if (setsockopt(client.fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0)
             return false;
         client.patience_ms = patience_ms;
