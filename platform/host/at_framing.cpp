@@ -98,8 +98,8 @@ int64_t at_framing::due() const
 
 void at_framing::tick(int64_t now_ms)
 {
-    while (due() >= 0 &&
-           now_ms >= due()) { // again for a header that was just completed: its second line is late, too
+    // Again for a header that was just completed: its second line is late, too.
+    while (due() >= 0 && now_ms >= due()) {
         if (line[count - 1] == '\r')
             complete_line_end();
         else
